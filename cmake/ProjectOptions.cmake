@@ -1,0 +1,25 @@
+# Warnings and sanitizers for the project's own targets: call devlaser_project_target(<target>) on each.
+
+set(DEVLASER_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+    -Wnull-dereference -Wimplicit-fallthrough)
+
+if(DEVLASER_SANITIZE STREQUAL "address")
+  set(DEVLASER_SAN_FLAGS -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+elseif(DEVLASER_SANITIZE STREQUAL "thread")
+  set(DEVLASER_SAN_FLAGS -fsanitize=thread -fno-omit-frame-pointer)
+elseif(DEVLASER_SANITIZE STREQUAL "")
+  set(DEVLASER_SAN_FLAGS "")
+else()
+  message(FATAL_ERROR "DEVLASER_SANITIZE must be address, thread or empty, not '${DEVLASER_SANITIZE}'")
+endif()
+
+# Sanitizers apply to everything linked into one process, so they are global.
+add_compile_options(${DEVLASER_SAN_FLAGS})
+add_link_options(${DEVLASER_SAN_FLAGS})
+
+function(devlaser_project_target target)
+  target_compile_options(${target} PRIVATE ${DEVLASER_WARNINGS})
+  if(DEVLASER_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
