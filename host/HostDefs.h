@@ -29,7 +29,10 @@ class NCHOST_API IInterface {
  public:
   virtual ~IInterface() = default;
   // Returns a pointer to the interface with identifier `iid`, or null when the object does not offer it.
-  virtual void* QueryInterface(std::string_view iid) { (void)iid; return nullptr; }
+  virtual void* QueryInterface(std::string_view iid) {
+    (void)iid;
+    return nullptr;
+  }
 };
 
 }  // namespace nchost

@@ -13,8 +13,14 @@ class NCHOST_API TVkInfoSource {
   virtual ~TVkInfoSource() = default;
   virtual void ReadAllData(ISuperObject& obj) = 0;
   // Reads one key; by default the whole set, from which the page picks the key.
-  virtual void ReadData(ISuperObject& obj, const std::string& key) { (void)key; ReadAllData(obj); }
-  virtual void ReadDataItem(ISuperObject& obj, const std::string& item) { (void)item; ReadAllData(obj); }
+  virtual void ReadData(ISuperObject& obj, const std::string& key) {
+    (void)key;
+    ReadAllData(obj);
+  }
+  virtual void ReadDataItem(ISuperObject& obj, const std::string& item) {
+    (void)item;
+    ReadAllData(obj);
+  }
   virtual void ReadSchema(ISuperObject& obj) { (void)obj; }
 };
 

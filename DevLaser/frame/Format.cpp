@@ -1,0 +1,195 @@
+#include "frame/Format.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+
+namespace devlaser {
+namespace {
+
+struct TSpec {
+  bool Left = false, Zero = false, Plus = false, Blank = false;
+  int Width = 0;
+  int Precision = -1;
+  char Conv = 0;
+};
+
+int64_t AsInt(const TFormatArg& a) {
+  if (auto* v = std::get_if<int64_t>(&a)) return *v;
+  if (auto* v = std::get_if<uint64_t>(&a)) return static_cast<int64_t>(*v);
+  if (auto* v = std::get_if<double>(&a)) return std::isfinite(*v) ? static_cast<int64_t>(*v) : 0;
+  auto s = std::get<std::string_view>(a);
+  int64_t r = 0;
+  std::from_chars(s.data(), s.data() + s.size(), r);
+  return r;
+}
+
+double AsDouble(const TFormatArg& a) {
+  if (auto* v = std::get_if<int64_t>(&a)) return static_cast<double>(*v);
+  if (auto* v = std::get_if<uint64_t>(&a)) return static_cast<double>(*v);
+  if (auto* v = std::get_if<double>(&a)) return *v;
+  auto s = std::get<std::string_view>(a);
+  double r = 0;
+  std::from_chars(s.data(), s.data() + s.size(), r);
+  return r;
+}
+
+std::string AsText(const TFormatArg& a) {
+  if (auto* s = std::get_if<std::string_view>(&a)) return std::string(*s);
+  if (auto* v = std::get_if<double>(&a)) return FormatV("%g", {*v});
+  if (auto* v = std::get_if<uint64_t>(&a)) return std::to_string(*v);
+  return std::to_string(std::get<int64_t>(a));
+}
+
+std::string FormatNumber(const TSpec& spec, const TFormatArg& arg) {
+  char buf[512];
+  char* end = buf;
+  bool negative = false;
+  std::string digits;
+  switch (spec.Conv) {
+    case 'd':
+    case 'i': {
+      int64_t v = AsInt(arg);
+      negative = v < 0;
+      uint64_t mag = negative ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+      end = std::to_chars(buf, buf + sizeof buf, mag).ptr;
+      break;
+    }
+    case 'u':
+      end = std::to_chars(buf, buf + sizeof buf, static_cast<uint64_t>(AsInt(arg))).ptr;
+      break;
+    case 'x':
+    case 'X': {
+      uint64_t v = std::holds_alternative<int64_t>(arg) && std::get<int64_t>(arg) < 0
+                       ? static_cast<uint32_t>(std::get<int64_t>(arg))
+                       : static_cast<uint64_t>(AsInt(arg));
+      end = std::to_chars(buf, buf + sizeof buf, v, 16).ptr;
+      if (spec.Conv == 'X')
+        for (char* p = buf; p < end; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+      break;
+    }
+    default: {  // f, e, g
+      double v = AsDouble(arg);
+      if (std::isnan(v)) {
+        digits = "NAN";
+        break;
+      }
+      negative = std::signbit(v);
+      v = std::fabs(v);
+      if (std::isinf(v)) {
+        digits = "INF";
+        break;
+      }
+      int precision = spec.Precision < 0 ? 6 : spec.Precision;
+      std::chars_format f = spec.Conv == 'f'   ? std::chars_format::fixed
+                            : spec.Conv == 'e' ? std::chars_format::scientific
+                                               : std::chars_format::general;
+      auto res = std::to_chars(buf, buf + sizeof buf, v, f, spec.Conv == 'g' && precision == 0 ? 1 : precision);
+      end = res.ptr;
+      if (res.ec != std::errc()) end = buf;
+      if (spec.Conv == 'g') {  // %g drops trailing zeros like printf
+        std::string s(buf, end);
+        auto epos = s.find('e');
+        std::string mant = s.substr(0, epos), exp = epos == std::string::npos ? "" : s.substr(epos);
+        if (mant.find('.') != std::string::npos) {
+          while (!mant.empty() && mant.back() == '0') mant.pop_back();
+          if (!mant.empty() && mant.back() == '.') mant.pop_back();
+        }
+        digits = mant + exp;
+      }
+      break;
+    }
+  }
+  if (digits.empty()) digits.assign(buf, end);
+  if (spec.Precision >= 0 && (spec.Conv == 'd' || spec.Conv == 'i' || spec.Conv == 'u') &&
+      static_cast<int>(digits.size()) < spec.Precision)
+    digits.insert(0, static_cast<size_t>(spec.Precision) - digits.size(), '0');
+  std::string sign = negative ? "-" : spec.Plus ? "+" : spec.Blank ? " " : "";
+  int pad = spec.Width - static_cast<int>(sign.size() + digits.size());
+  if (pad <= 0) return sign + digits;
+  if (spec.Left) return sign + digits + std::string(static_cast<size_t>(pad), ' ');
+  if (spec.Zero) return sign + std::string(static_cast<size_t>(pad), '0') + digits;
+  return std::string(static_cast<size_t>(pad), ' ') + sign + digits;
+}
+
+}  // namespace
+
+std::string FormatV(std::string_view fmt, std::initializer_list<TFormatArg> args) {
+  std::string out;
+  out.reserve(fmt.size() + 16);
+  auto next = args.begin();
+  for (size_t i = 0; i < fmt.size(); ++i) {
+    char c = fmt[i];
+    if (c != '%') {
+      out += c;
+      continue;
+    }
+    size_t start = i++;
+    if (i < fmt.size() && fmt[i] == '%') {
+      out += '%';
+      continue;
+    }
+    TSpec spec;
+    for (; i < fmt.size(); ++i) {
+      char f = fmt[i];
+      if (f == '-')
+        spec.Left = true;
+      else if (f == '0')
+        spec.Zero = true;
+      else if (f == '+')
+        spec.Plus = true;
+      else if (f == ' ')
+        spec.Blank = true;
+      else
+        break;
+    }
+    while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
+      spec.Width = spec.Width * 10 + (fmt[i++] - '0');
+    if (i < fmt.size() && fmt[i] == '.') {
+      spec.Precision = 0;
+      ++i;
+      while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
+        spec.Precision = spec.Precision * 10 + (fmt[i++] - '0');
+    }
+    while (i < fmt.size() && (fmt[i] == 'l' || fmt[i] == 'h' || fmt[i] == 'z')) ++i;
+    if (i >= fmt.size() || next == args.end()) {
+      out.append(fmt.substr(start, i < fmt.size() ? i - start + 1 : std::string_view::npos));
+      continue;
+    }
+    spec.Conv = fmt[i];
+    const TFormatArg& arg = *next++;
+    switch (spec.Conv) {
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'x':
+      case 'X':
+      case 'f':
+      case 'e':
+      case 'g':
+        out += FormatNumber(spec, arg);
+        break;
+      case 's': {
+        std::string s = AsText(arg);
+        if (spec.Precision >= 0 && static_cast<int>(s.size()) > spec.Precision)
+          s.resize(static_cast<size_t>(spec.Precision));
+        int pad = spec.Width - static_cast<int>(s.size());
+        if (pad > 0)
+          s = spec.Left ? s + std::string(static_cast<size_t>(pad), ' ')
+                        : std::string(static_cast<size_t>(pad), ' ') + s;
+        out += s;
+        break;
+      }
+      case 'c':
+        out += static_cast<char>(AsInt(arg));
+        break;
+      default:  // unknown conversion: keep the text, give the argument back
+        out.append(fmt.substr(start, i - start + 1));
+        --next;
+        break;
+    }
+  }
+  return out;
+}
+
+}  // namespace devlaser

@@ -1,0 +1,40 @@
+#include "frame/Format.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+
+namespace devlaser {
+namespace {
+
+TEST(Format, NumbersUseAPointWhateverTheProcessLocale) {
+  // A host running in a comma-decimal locale must still send "SFWS 5.0" to a laser, not "SFWS 5,0".
+  const char* old = std::setlocale(LC_NUMERIC, nullptr);
+  std::string saved = old ? old : "C";
+  std::setlocale(LC_NUMERIC, "de_DE.UTF-8");
+  EXPECT_EQ(Format("SFWS %.1f", 5.0), "SFWS 5.0");
+  EXPECT_EQ(Format("%.3f", 0.5), "0.500");
+  std::setlocale(LC_NUMERIC, saved.c_str());
+}
+
+TEST(Format, PrintfConversions) {
+  EXPECT_EQ(Format("SDC %d", 40), "SDC 40");
+  EXPECT_EQ(Format("%.2f / %.2f", 39.999, -1.005), "40.00 / -1.00");
+  EXPECT_EQ(Format("%s, %s", "port 3", "True"), "port 3, True");
+  EXPECT_EQ(Format("%5d|%-5d|%05d", 42, 42, -42), "   42|42   |-0042");
+  EXPECT_EQ(Format("%02X %x", 0xAB, 255u), "AB ff");
+  EXPECT_EQ(Format("%g %g", 0.5, 1234567.0), "0.5 1.23457e+06");
+  EXPECT_EQ(Format("100%%"), "100%");
+  EXPECT_EQ(Format("%d", -2147483648LL), "-2147483648");
+}
+
+TEST(Format, MissingOrMismatchedArgumentsNeverCrash) {
+  EXPECT_EQ(Format("a %d b %s"), "a %d b %s");
+  EXPECT_EQ(Format("%d", 2.7), "2");
+  EXPECT_EQ(Format("%.1f", 3), "3.0");
+  EXPECT_EQ(Format("%s", 12), "12");
+  EXPECT_EQ(Format("trailing %"), "trailing %");
+}
+
+}  // namespace
+}  // namespace devlaser
