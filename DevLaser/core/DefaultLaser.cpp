@@ -76,7 +76,14 @@ void TDefaultLaser::EmissionOff() {
   // A running handshake is not stopped: the laser's own sequence completes and then reports emission on again.
   for (int32_t port : {GetReadyPort(), GateChannel()})
     if (port > 0 && io.GetOutPortExist(static_cast<uint8_t>(port))) io.SetOutputbit(static_cast<uint8_t>(port), false);
-  if (UsesHandshakePorts()) FPowerOnSemaphore->AcquireFor(kEmissionOffWait);
+  if (!UsesHandshakePorts()) return;
+  // Takes the finished-signal away, so that emission reads off until the next handshake ends. A handshake about to
+  // finish, or a query that holds the signal for a moment, gets a little time. A laser being freed has had its
+  // handshake stopped, so nothing more can come.
+  if (IsShutDown())
+    FPowerOnSemaphore->TryAcquire();
+  else
+    FPowerOnSemaphore->AcquireFor(kEmissionOffWait);
 }
 
 }  // namespace devlaser

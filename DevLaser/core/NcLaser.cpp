@@ -1,6 +1,7 @@
 #include "core/NcLaser.h"
 
 #include <cmath>
+#include <exception>
 #include <limits>
 
 #include "core/LaserLifetime.h"
@@ -58,27 +59,26 @@ void TNcLaser::AfterConstruction() {
 }
 
 void TNcLaser::BeforeDestruction() {
-  EmissionOff();
-  LaserOff();
+  // Each step is tried on its own: a laser whose emission cannot be switched off must still lose its enable.
+  GuardStep("EmissionOff", [this] { EmissionOff(); });
+  GuardStep("LaserOff", [this] { LaserOff(); });
   TNcDevice::BeforeDestruction();
+}
+
+void TNcLaser::GuardStep(const char* step, const std::function<void()>& action) noexcept {
+  try {
+    action();
+  } catch (const std::exception& e) {
+    ReportLaserFailure(step, e.what());
+  } catch (...) {
+    ReportLaserFailure(step, "unknown exception");
+  }
 }
 
 void TNcLaser::Shutdown() noexcept {
   if (FShutDown.exchange(true)) return;
-  try {
-    BeforeDestruction();
-  } catch (const std::exception& e) {
-    ReportLaserFailure("BeforeDestruction", e.what());
-  } catch (...) {
-    ReportLaserFailure("BeforeDestruction", "unknown exception");
-  }
-  try {
-    StopThreads();
-  } catch (const std::exception& e) {
-    ReportLaserFailure("StopThreads", e.what());
-  } catch (...) {
-    ReportLaserFailure("StopThreads", "unknown exception");
-  }
+  GuardStep("BeforeDestruction", [this] { BeforeDestruction(); });
+  GuardStep("StopThreads", [this] { StopThreads(); });
 }
 
 // ---- IO extension ----------------------------------------------------------------------------------------------

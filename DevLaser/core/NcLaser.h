@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -104,6 +105,9 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
   // Stops and joins every thread the laser owns; called once by Shutdown after BeforeDestruction. Models with
   // threads override it; the base owns none.
   virtual void StopThreads() {}
+
+  // Runs one step of switching off or shutting down; an exception is reported, never passed on.
+  static void GuardStep(const char* step, const std::function<void()>& action) noexcept;
 
   // The IO extension without taking a reference (created on first use like GetCtrlExtIO).
   nchost::ICtrlExtIO& IO();
