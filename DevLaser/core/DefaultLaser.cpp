@@ -41,6 +41,8 @@ void TDefaultLaser::BeforeDestruction() {
 
 void TDefaultLaser::EmissionOn() {
   TFiberLaser::EmissionOn();
+  // A laser the library has already shut down (the host may still hold it) starts no thread and opens no gate.
+  if (IsShutDown()) return;
   // A handshake still running stands for this request too.
   if (!FPowerOnLockSemaphore->TryAcquire()) return;
   auto sequence = std::make_unique<TLaserIOThread>(FPowerOnLockSemaphore);
