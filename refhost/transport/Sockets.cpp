@@ -79,7 +79,6 @@ std::vector<TSocketAddress> ResolveAddresses(const std::string& host, const std:
   addrinfo hints{};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = socketType;
-  hints.ai_flags = AI_ADDRCONFIG;
   addrinfo* list = nullptr;
   const int status = ::getaddrinfo(host.c_str(), service.empty() ? nullptr : service.c_str(), &hints, &list);
   if (status != 0) {
