@@ -9,6 +9,7 @@ void TCommandLog::Add(std::string command) {
     std::lock_guard lock(FMutex);
     if (FCommands.size() >= kCapacity) FCommands.pop_front();
     FCommands.push_back(std::move(command));
+    ++FReceived;
   }
   FArrived.notify_all();
 }
@@ -16,6 +17,7 @@ void TCommandLog::Add(std::string command) {
 void TCommandLog::Clear() {
   std::lock_guard lock(FMutex);
   FCommands.clear();
+  FReceived = 0;
 }
 
 std::vector<std::string> TCommandLog::Commands() const {
@@ -26,6 +28,11 @@ std::vector<std::string> TCommandLog::Commands() const {
 size_t TCommandLog::Size() const {
   std::lock_guard lock(FMutex);
   return FCommands.size();
+}
+
+size_t TCommandLog::Received() const {
+  std::lock_guard lock(FMutex);
+  return FReceived;
 }
 
 size_t TCommandLog::Count(std::string_view command) const {

@@ -23,6 +23,8 @@ class TCommandLog {
 
   std::vector<std::string> Commands() const;
   size_t Size() const;
+  // Commands received since the last Clear(), also those that no longer fit in the log.
+  size_t Received() const;
   // How many received commands are exactly `command`.
   size_t Count(std::string_view command) const;
   bool Contains(std::string_view command) const { return Count(command) > 0; }
@@ -37,6 +39,7 @@ class TCommandLog {
   mutable std::mutex FMutex;
   mutable std::condition_variable FArrived;
   std::deque<std::string> FCommands;
+  size_t FReceived = 0;
 };
 
 }  // namespace lasersim

@@ -76,6 +76,10 @@ void TIpgYlrTcpServer::AcceptClient(TUniqueFd& client) {
   if (!accepted.Valid()) return;  // the peer gave up before we took it, or a transient error: keep listening
   const int on = 1;
   ::setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  // Replies are a few bytes each: a bounded send queue makes a client that stops reading stall the laser after a
+  // few thousand replies, as a real command channel would, instead of after megabytes.
+  const int sendBuffer = 64 * 1024;
+  ::setsockopt(accepted.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
   client = std::move(accepted);  // closes the previous client
   FEngine.ResetInput();
   FAccepted.fetch_add(1, std::memory_order_acq_rel);
