@@ -8,7 +8,8 @@
 // XML: one element per node, named by its node name; one child element per key holding the value as text,
 // except keys flagged XmlAttribute, which are attributes of the node's element:
 //   <Laser><Model>IPG</Model><PWM DynamicPwm="true"><Frequency>5000</Frequency></PWM></Laser>
-// Booleans read "true"/"false" (also "1"/"0", any case), numbers use a point as decimal separator.
+// Booleans read "true"/"false" (also "1"/"0", any case), numbers use a point as decimal separator. Loading takes
+// either form of a key, element or attribute.
 //
 // Loading parses the whole text first: a file that cannot be read or parsed is refused with an error naming the
 // file and the position, and the tree stays exactly as it was. Then values are applied: a key missing from the

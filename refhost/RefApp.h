@@ -30,7 +30,8 @@ class TRefApp : public nchost::TAppSystem {
   // Configuration by the program -----------------------------------------------------------------------------
   void SetSink(std::shared_ptr<TMessageSink> sink);
   std::shared_ptr<TMessageSink> Sink() const { return FSink->Get(); }
-  // Replaces the locale resource (null: none) and runs every registered locale procedure.
+  // Replaces the locale resource (null: none) and runs every registered locale procedure. The previous resource
+  // is released here, so a pointer from Locale() is good until the next SetLocale: read it in a locale procedure.
   void SetLocale(std::shared_ptr<const nchost::TVqLocaleResource> locale);
   void RunLocaleProcs();
   size_t LocaleProcCount() const;
