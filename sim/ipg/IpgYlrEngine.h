@@ -1,0 +1,127 @@
+// The laser side of the IPG YLR text-command protocol, without threads or descriptors: bytes in, reply bytes out.
+// The TCP and pseudo-terminal front ends feed it what they read and write back what it returns; tests can feed it
+// directly.
+//
+// Framing: a command is the text up to a carriage return (CR). Surrounding blanks and line feeds are dropped, an
+// empty line is ignored, the mnemonic is case-insensitive and its parameter follows after blanks ("SDC 40"). Text
+// without a CR waits for the next Feed(). A line that grows past kMaxLineLength without a CR is thrown away up to
+// the next CR, answered with "ERR: Command too long" and sets status bit 0 (command buffer overload).
+//
+// Every command gets exactly one reply line ended by CR:
+//   readers        "STA: 4" (decimal status word), "RCS: 40", "RPRR: 1000", "RPW: 0.50", "RFWS: 1.0",
+//                  "RSN: 12345", "RFV: 1.2.3", "RET: 123.4" (hours), "RCT: 25.3" (deg C), "RNC: 10.0" (%),
+//                  "RMEC: 0", "ROP: Off" ("Off" without emission, "Low" below the minimum current, else watts)
+//   value setters  the mnemonic and the stored value: "SDC: 40" (0..100 %), "SPRR: 1000" (1..9999999 Hz),
+//                  "SPW: 0.50" (0..50), "SFWS: 1.0" (0.2..5.0)
+//   switches       the bare mnemonic: "EMON", "EMOFF", "ABN", "ABF", "EPM", "DPM", "EGM", "DGM", "EMOD", "DMOD",
+//                  "EEC", "DEC", "EEABC", "DEABC", "ELE", "DLE", "SDS", "RERR"
+//   refusals       "ERR: Unknown command", "ERR: Missing parameter", "ERR: Invalid parameter",
+//                  "ERR: Out of range", "ERR: Power supply off", "ERR: Emission blocked by alarm",
+//                  "ERR: Command too long"
+// A driver finds status lines by "STA" and current echoes by "RCS"/"SDC"; no other reply contains those texts, and
+// error lines never repeat the received command.
+//
+// Laser behaviour: the status word (IpgYlrStatus.h) is the laser-state bits the commands switch OR the alarm word.
+// "EMON" is refused while the power supply is off or a blocking alarm is set, and raising a blocking alarm ends
+// emission, as a real laser drops emission on a fault. "RERR" clears the alarm word.
+//
+// Reply modes for fault tests: Silent logs commands but neither executes nor answers them (a hung controller);
+// GarbageBytes answers each command with random bytes and no CR; GarbageLines answers each with one CR-ended line
+// of lower-case junk that no driver would take for a reply. In both garbage modes the commands are not executed.
+//
+// Thread safety: every member may be called from any thread; the serving thread feeds while a test configures the
+// laser and reads the command log.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "sim/common/CommandLog.h"
+
+namespace lasersim {
+
+class TIpgYlrEngine {
+ public:
+  enum class TReplyMode { Normal, Silent, GarbageBytes, GarbageLines };
+  // Called after each command with the command as logged and the bytes sent back (empty when silent).
+  using TTraceHook = std::function<void(const std::string& command, const std::string& reply)>;
+
+  static constexpr size_t kMaxLineLength = 256;
+
+  TIpgYlrEngine();
+
+  // Consumes received bytes; returns the replies to every command they complete, in order.
+  std::string Feed(std::string_view bytes);
+  // Forgets an unfinished command, e.g. when a new client replaces the old one.
+  void ResetInput();
+
+  // Every command received (as framed above, without CR), including those ignored in silent or garbage mode.
+  TCommandLog& Log() { return FLog; }
+  const TCommandLog& Log() const { return FLog; }
+
+  // Status: the word "STA" reports, and its parts.
+  uint32_t StatusWord() const;
+  uint32_t AlarmWord() const;
+  // Replaces the alarm word. Laser-state bits in `word` are ignored (the commands own them; see PowerSupplyOff).
+  void SetAlarmWord(uint32_t word);
+  void RaiseAlarms(uint32_t bits);
+  void SetPowerSupplyOff(bool off);
+
+  void SetReplyMode(TReplyMode mode);
+  TReplyMode ReplyMode() const;
+  void SetTraceHook(TTraceHook hook);
+
+  // Set points as the laser holds them.
+  double DiodeCurrent() const;
+  int32_t PulseRate() const;
+  double PulseWidth() const;
+  double FilterWindow() const;
+
+  // Identity and readings the laser reports.
+  void SetSerialNumber(std::string serial);
+  void SetFirmwareRevision(std::string revision);
+  void SetElapsedHours(double hours);
+  void SetTemperature(double celsius);
+  void SetMinimumCurrent(double percent);
+  void SetModuleErrorCode(int32_t code);
+  void SetNominalPower(double watts);
+
+ private:
+  std::string HandleLine(const std::string& line);
+  std::string Execute(const std::string& mnemonic, const std::string& parameter);
+  std::string Switch(const std::string& mnemonic, const std::string& parameter);
+  std::string SetValue(const std::string& mnemonic, const std::string& parameter);
+  std::string Read(const std::string& mnemonic, const std::string& parameter);
+  std::string OutputPower() const;
+  std::string Garbage(bool asLine);
+  void ApplyAlarmWord(uint32_t word);
+
+  mutable std::mutex FMutex;
+  TCommandLog FLog;
+  TTraceHook FTraceHook;
+  std::string FPending;
+  bool FDiscardingLongLine = false;
+  TReplyMode FReplyMode = TReplyMode::Normal;
+  std::minstd_rand FRandom{20190601};
+
+  uint32_t FState = 0;
+  uint32_t FAlarms = 0;
+  double FDiodeCurrent = 0.0;
+  int32_t FPulseRate = 1000;
+  double FPulseWidth = 0.5;
+  double FFilterWindow = 1.0;
+  std::string FSerialNumber = "12345";
+  std::string FFirmwareRevision = "1.2.3";
+  double FElapsedHours = 123.4;
+  double FTemperature = 25.3;
+  double FMinimumCurrent = 10.0;
+  int32_t FModuleErrorCode = 0;
+  double FNominalPower = 1000.0;
+};
+
+}  // namespace lasersim

@@ -1,0 +1,120 @@
+#include "sim/ipg/IpgYlrTcpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "sim/common/FdIo.h"
+#include "sim/ipg/IpgYlrEngine.h"
+
+namespace lasersim {
+
+namespace {
+
+std::string SystemError(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+}  // namespace
+
+TIpgYlrTcpServer::TIpgYlrTcpServer(TIpgYlrEngine& engine) : FEngine(engine) {}
+
+TIpgYlrTcpServer::~TIpgYlrTcpServer() { Stop(); }
+
+bool TIpgYlrTcpServer::Start(const std::string& address, uint16_t port) {
+  if (Running()) {
+    FLastError = "already running on port " + std::to_string(FPort);
+    return false;
+  }
+  const std::string where = address + ":" + std::to_string(port);
+  sockaddr_in local{};
+  local.sin_family = AF_INET;
+  local.sin_port = htons(port);
+  if (::inet_pton(AF_INET, address.c_str(), &local.sin_addr) != 1) {
+    FLastError = "invalid IPv4 address '" + address + "'";
+    return false;
+  }
+  TUniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!listener.Valid()) {
+    FLastError = SystemError("socket");
+    return false;
+  }
+  const int on = 1;
+  ::setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (::bind(listener.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+    FLastError = SystemError("bind " + where);
+    return false;
+  }
+  if (::listen(listener.Get(), 4) != 0) {
+    FLastError = SystemError("listen " + where);
+    return false;
+  }
+  sockaddr_in bound{};
+  socklen_t length = sizeof bound;
+  ::getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&bound), &length);
+  FPort = ntohs(bound.sin_port);
+  FListener = std::move(listener);
+  if (!FThread.Start(
+          "IpgYlrTcpSim", [this](TServiceThread& thread) { Serve(thread); }, FLastError)) {
+    FListener.Reset();
+    return false;
+  }
+  FLastError.clear();
+  return true;
+}
+
+void TIpgYlrTcpServer::Stop() {
+  FThread.Stop();
+  FListener.Reset();
+}
+
+void TIpgYlrTcpServer::AcceptClient(TUniqueFd& client) {
+  TUniqueFd accepted(::accept4(FListener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!accepted.Valid()) return;  // the peer gave up before we took it, or a transient error: keep listening
+  const int on = 1;
+  ::setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  // Replies are a few bytes each: a bounded send queue makes a client that stops reading stall the laser after a
+  // few thousand replies, as a real command channel would, instead of after megabytes.
+  const int sendBuffer = 64 * 1024;
+  ::setsockopt(accepted.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+  client = std::move(accepted);  // closes the previous client
+  FEngine.ResetInput();
+  FAccepted.fetch_add(1, std::memory_order_acq_rel);
+}
+
+void TIpgYlrTcpServer::Serve(TServiceThread& thread) {
+  TUniqueFd client;  // owned by this thread; closed when it ends
+  std::string received;
+  while (!thread.StopRequested()) {
+    pollfd fds[3] = {{thread.WakeFd(), POLLIN, 0}, {FListener.Get(), POLLIN, 0}, {client.Get(), POLLIN, 0}};
+    const nfds_t count = client.Valid() ? 3 : 2;
+    if (::poll(fds, count, -1) < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    if (fds[0].revents != 0) return;
+    if (fds[1].revents & POLLIN) AcceptClient(client);
+    if (count == 3 && fds[2].revents != 0 && fds[2].fd == client.Get()) {
+      received.clear();
+      const TReadResult result = ReadAvailable(client.Get(), received);
+      if (result == TReadResult::Closed) {
+        client.Reset();
+        FEngine.ResetInput();
+        continue;
+      }
+      if (result == TReadResult::Data) {
+        const std::string replies = FEngine.Feed(received);
+        if (!replies.empty() && !WriteAll(client.Get(), replies, thread.WakeFd(), true)) {
+          if (thread.StopRequested()) return;
+          client.Reset();
+          FEngine.ResetInput();
+        }
+      }
+    }
+  }
+}
+
+}  // namespace lasersim

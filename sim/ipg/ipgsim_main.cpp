@@ -1,0 +1,152 @@
+// ipgsim: a simulated IPG YLR fiber laser for running the controller without hardware. It answers the YLR text
+// commands on TCP and/or on a pseudo-terminal until SIGINT or SIGTERM.
+//
+//   ipgsim --tcp 127.0.0.1:10001 --pty --verbose
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "sim/ipg/IpgYlrEngine.h"
+#include "sim/ipg/IpgYlrPtyServer.h"
+#include "sim/ipg/IpgYlrStatus.h"
+#include "sim/ipg/IpgYlrTcpServer.h"
+
+namespace {
+
+// Shows CR and other control bytes of the protocol traffic readably.
+std::string Printable(const std::string& bytes) {
+  std::string text;
+  for (unsigned char c : bytes) {
+    if (c == '\r') {
+      text += "\\r";
+    } else if (c < 0x20 || c >= 0x7F) {
+      char hex[8];
+      std::snprintf(hex, sizeof hex, "\\x%02X", c);
+      text += hex;
+    } else {
+      text += static_cast<char>(c);
+    }
+  }
+  return text;
+}
+
+bool SplitAddress(const std::string& text, std::string& address, uint16_t& port) {
+  const auto colon = text.rfind(':');
+  address = text.substr(0, colon);
+  if (colon == std::string::npos) {
+    port = lasersim::TIpgYlrTcpServer::kDefaultPort;
+    return !address.empty();
+  }
+  try {
+    size_t used = 0;
+    const unsigned long value = std::stoul(text.substr(colon + 1), &used);
+    if (used != text.size() - colon - 1 || value > 65535) return false;
+    port = static_cast<uint16_t>(value);
+  } catch (const std::exception&) {
+    return false;
+  }
+  return !address.empty();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Simulated IPG YLR fiber laser speaking the YLR text commands over TCP and a pseudo-terminal"};
+  std::optional<std::string> tcp;
+  bool pty = false;
+  std::string status = "0";
+  bool powerOff = false;
+  bool silent = false;
+  bool garbageLines = false;
+  bool garbageBytes = false;
+  bool verbose = false;
+  std::string serial = "12345";
+  app.add_option("--tcp", tcp, "Listen on ADDR:PORT (default 127.0.0.1:10001 when --pty is not given)");
+  app.add_flag("--pty", pty, "Serve on a pseudo-terminal and print its device path");
+  app.add_option("--status", status, "Initial alarm word in hexadecimal, e.g. 2 for overheat");
+  app.add_flag("--power-off", powerOff, "Start with the power supply off (status bit 11)");
+  auto* silentFlag = app.add_flag("--silent", silent, "Receive commands but never answer");
+  auto* linesFlag = app.add_flag("--garbage", garbageLines, "Answer every command with a junk line");
+  auto* bytesFlag = app.add_flag("--garbage-bytes", garbageBytes, "Answer every command with random bytes, no CR");
+  silentFlag->excludes(linesFlag)->excludes(bytesFlag);
+  linesFlag->excludes(bytesFlag);
+  app.add_option("--serial", serial, "Serial number the laser reports");
+  app.add_flag("-v,--verbose", verbose, "Print every command received and the reply");
+  CLI11_PARSE(app, argc, argv);
+
+  uint32_t alarms = 0;
+  try {
+    size_t used = 0;
+    const unsigned long value = std::stoul(status, &used, 16);
+    if (used != status.size() || value > 0xFFFFFFFFul) throw std::out_of_range(status);
+    alarms = static_cast<uint32_t>(value);
+  } catch (const std::exception&) {
+    std::cerr << "ipgsim: --status needs a 32-bit hexadecimal word, not '" << status << "'\n";
+    return 2;
+  }
+  if (!tcp && !pty) tcp = "127.0.0.1:" + std::to_string(lasersim::TIpgYlrTcpServer::kDefaultPort);
+  std::string address;
+  uint16_t port = 0;
+  if (tcp && !SplitAddress(*tcp, address, port)) {
+    std::cerr << "ipgsim: --tcp needs ADDR or ADDR:PORT, not '" << *tcp << "'\n";
+    return 2;
+  }
+
+  lasersim::TIpgYlrEngine engine;
+  engine.SetAlarmWord(alarms);
+  if ((alarms & ~lasersim::ipgylr::kLaserStateMask) != alarms)
+    std::cerr << "ipgsim: laser-state bits of --status are ignored (use --power-off for bit 11)\n";
+  engine.SetPowerSupplyOff(powerOff);
+  engine.SetSerialNumber(serial);
+  if (silent) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::Silent);
+  if (garbageLines) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::GarbageLines);
+  if (garbageBytes) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::GarbageBytes);
+  std::mutex outputMutex;
+  if (verbose) {
+    engine.SetTraceHook([&outputMutex](const std::string& command, const std::string& reply) {
+      std::lock_guard lock(outputMutex);
+      std::cout << "<- " << Printable(command) << "\n-> " << (reply.empty() ? "(no reply)" : Printable(reply))
+                << std::endl;
+    });
+  }
+
+  // The servers' threads inherit this mask, so the signals reach only the sigwait below.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  lasersim::TIpgYlrTcpServer tcpServer(engine);
+  lasersim::TIpgYlrPtyServer ptyServer(engine);
+  {
+    std::lock_guard lock(outputMutex);
+    if (tcp) {
+      if (!tcpServer.Start(address, port)) {
+        std::cerr << "ipgsim: " << tcpServer.LastError() << '\n';
+        return 1;
+      }
+      std::cout << "ipgsim: listening on " << address << ':' << tcpServer.Port() << std::endl;
+    }
+    if (pty) {
+      if (!ptyServer.Start()) {
+        std::cerr << "ipgsim: " << ptyServer.LastError() << '\n';
+        return 1;
+      }
+      std::cout << "ipgsim: serial port " << ptyServer.SlavePath() << std::endl;
+    }
+  }
+
+  int received = 0;
+  sigwait(&stopSignals, &received);
+  ptyServer.Stop();
+  tcpServer.Stop();
+  std::cout << "ipgsim: stopped" << std::endl;
+  return 0;
+}

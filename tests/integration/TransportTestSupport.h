@@ -1,0 +1,159 @@
+// Helpers of the transport tests: a log that records, scratch folders, and loopback sockets that accept, or that
+// never answer.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "refhost/transport/TransportLog.h"
+#include "refhost/transport/UniqueFd.h"
+
+namespace transporttest {
+
+// Records every log line; safe from several threads.
+class TLogRecorder {
+ public:
+  refhost::TTransportLog Callback() {
+    return [this](const std::string& line) {
+      std::lock_guard lock(FMutex);
+      FLines.push_back(line);
+    };
+  }
+  std::vector<std::string> Lines() const {
+    std::lock_guard lock(FMutex);
+    return FLines;
+  }
+  size_t CountContaining(const std::string& text) const {
+    std::lock_guard lock(FMutex);
+    return static_cast<size_t>(std::count_if(
+        FLines.begin(), FLines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
+  }
+
+ private:
+  mutable std::mutex FMutex;
+  std::vector<std::string> FLines;
+};
+
+// A folder of its own under the temporary folder, removed with everything in it.
+class TScratchDir {
+ public:
+  TScratchDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "transport-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) != nullptr) FPath = pattern;
+  }
+  ~TScratchDir() {
+    std::error_code ignored;
+    if (!FPath.empty()) std::filesystem::remove_all(FPath, ignored);
+  }
+  const std::string& Path() const { return FPath; }
+  std::string operator/(const std::string& name) const { return FPath + "/" + name; }
+
+ private:
+  std::string FPath;
+};
+
+inline sockaddr_in LoopbackAddress(const std::string& ip, uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  ::inet_pton(AF_INET, ip.c_str(), &address.sin_addr);
+  return address;
+}
+
+inline uint16_t LocalPort(int fd) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  return ntohs(address.sin_port);
+}
+
+// A socket of `type` bound to `ip` and a free port.
+inline refhost::TUniqueFd BoundSocket(int type, const std::string& ip) {
+  refhost::TUniqueFd fd(::socket(AF_INET, type | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  ::setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const sockaddr_in address = LoopbackAddress(ip, 0);
+  if (::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fd.Reset();
+  return fd;
+}
+
+// Waits until `fd` is readable; false after `timeoutMs`.
+inline bool Readable(int fd, int timeoutMs) {
+  pollfd state{fd, POLLIN, 0};
+  return ::poll(&state, 1, timeoutMs) > 0;
+}
+
+// A TCP listener on a loopback address and a free port.
+class TTcpListener {
+ public:
+  explicit TTcpListener(const std::string& ip, int backlog = 8) : FFd(BoundSocket(SOCK_STREAM, ip)), FIp(ip) {
+    if (FFd.Valid()) ::listen(FFd.Get(), backlog);
+  }
+  bool Valid() const { return FFd.Valid(); }
+  uint16_t Port() const { return LocalPort(FFd.Get()); }
+  std::string PortText() const { return std::to_string(Port()); }
+  const std::string& Ip() const { return FIp; }
+  // The next connection, or an empty descriptor after `timeoutMs`.
+  refhost::TUniqueFd Accept(int timeoutMs = 2000) {
+    if (!Readable(FFd.Get(), timeoutMs)) return {};
+    return refhost::TUniqueFd(::accept4(FFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  }
+
+ private:
+  refhost::TUniqueFd FFd;
+  std::string FIp;
+};
+
+// A listener that never answers a connection attempt: its backlog is zero and one connection that is never
+// accepted fills it, so the kernel drops every further SYN and a client waits for its time-out. This gives a
+// silent host on loopback without touching any other network.
+class TSilentListener {
+ public:
+  explicit TSilentListener(const std::string& ip) : FListener(ip, 0) {
+    FFiller.Reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = LoopbackAddress(ip, FListener.Port());
+    ::connect(FFiller.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  uint16_t Port() const { return FListener.Port(); }
+  std::string PortText() const { return FListener.PortText(); }
+
+ private:
+  TTcpListener FListener;
+  refhost::TUniqueFd FFiller;
+};
+
+// A port on `ip` where nothing listens: bound and closed again, so a connection attempt is refused.
+inline uint16_t ClosedPort(const std::string& ip) {
+  const refhost::TUniqueFd fd = BoundSocket(SOCK_STREAM, ip);
+  return LocalPort(fd.Get());
+}
+
+// Calls `poll` until it returns true or `timeoutMs` pass; returns its last result.
+inline bool Eventually(const std::function<bool()>& poll, int timeoutMs = 2000) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (!poll()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+inline int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
+}
+
+}  // namespace transporttest

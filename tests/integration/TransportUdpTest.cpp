@@ -1,0 +1,101 @@
+// The POSIX UDP client over loopback.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <string>
+
+#include "TransportTestSupport.h"
+#include "refhost/transport/PosixUdpClient.h"
+
+namespace refhost {
+namespace {
+
+using transporttest::BoundSocket;
+using transporttest::LocalPort;
+using transporttest::LoopbackAddress;
+
+const std::string kIp = "127.0.0.22";
+
+class TransportUdpTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(FLaser.Valid());
+    FClient.SetRemoteHost(kIp);
+    FClient.SetRemotePort(LocalPort(FLaser.Get()));
+  }
+
+  // Receives one datagram at the laser's socket and answers it with `reply` to the sender.
+  std::string AnswerOne(const std::string& reply) {
+    if (!transporttest::Readable(FLaser.Get(), 2000)) return "(nothing came)";
+    char buffer[2048];
+    sockaddr_storage from{};
+    socklen_t length = sizeof from;
+    const ssize_t n = ::recvfrom(FLaser.Get(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+    ::sendto(FLaser.Get(), reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&from), length);
+    return n >= 0 ? std::string(buffer, static_cast<size_t>(n)) : "(receive failed)";
+  }
+
+  TUniqueFd FLaser = BoundSocket(SOCK_DGRAM, kIp);
+  TPosixUdpClient FClient;
+};
+
+TEST_F(TransportUdpTest, RoundTrip) {
+  EXPECT_FALSE(FClient.Active());
+  ASSERT_TRUE(FClient.Open()) << FClient.LastError();
+  EXPECT_TRUE(FClient.Active());
+  EXPECT_NE(FClient.LocalPort(), 0);
+
+  const std::string request("\xAA\x55\x01\x00\x55\xAA", 6);
+  EXPECT_EQ(FClient.Send(request), 6);
+  EXPECT_EQ(AnswerOne("status"), request);
+  EXPECT_EQ(FClient.Receive(2000), "status");
+  // Each Receive gives one datagram.
+  EXPECT_EQ(FClient.Send("a"), 1);
+  EXPECT_EQ(AnswerOne("one"), "a");
+  EXPECT_EQ(FClient.Send("b"), 1);
+  EXPECT_EQ(AnswerOne("two"), "b");
+  EXPECT_EQ(FClient.Receive(2000), "one");
+  EXPECT_EQ(FClient.Receive(2000), "two");
+}
+
+TEST_F(TransportUdpTest, ReceivesOnlyFromTheRemoteAddress) {
+  ASSERT_TRUE(FClient.Open());
+  const TUniqueFd stranger = BoundSocket(SOCK_DGRAM, kIp);
+  // The client's local address is the one the kernel chose for the route; try both likely ones.
+  for (const char* ip : {"127.0.0.1", "127.0.0.22"}) {
+    const sockaddr_in client = LoopbackAddress(ip, FClient.LocalPort());
+    ::sendto(stranger.Get(), "noise", 5, 0, reinterpret_cast<const sockaddr*>(&client), sizeof client);
+    ::sendto(FLaser.Get(), "real", 4, 0, reinterpret_cast<const sockaddr*>(&client), sizeof client);
+  }
+  EXPECT_EQ(FClient.Receive(2000), "real");
+  EXPECT_EQ(FClient.Receive(100), "");
+}
+
+TEST_F(TransportUdpTest, AMissingListenerDoesNotEndTheSocket) {
+  TUniqueFd gone = BoundSocket(SOCK_DGRAM, kIp);
+  FClient.SetRemotePort(LocalPort(gone.Get()));
+  gone.Reset();
+  ASSERT_TRUE(FClient.Open());
+  // The first datagram finds no listener; the port-unreachable answer must not break later sends or waits.
+  EXPECT_EQ(FClient.Send("ping"), 4);
+  EXPECT_EQ(FClient.Receive(100), "");
+  EXPECT_EQ(FClient.Send("ping"), 4);
+  EXPECT_TRUE(FClient.Active());
+}
+
+TEST_F(TransportUdpTest, OpenRefusesABadPortAndCloseEndsTheSocket) {
+  FClient.SetRemotePort(0);
+  EXPECT_FALSE(FClient.Open());
+  EXPECT_NE(FClient.LastError().find("port 0"), std::string::npos) << FClient.LastError();
+  EXPECT_EQ(FClient.Send("x"), -1);
+
+  FClient.SetRemotePort(LocalPort(FLaser.Get()));
+  ASSERT_TRUE(FClient.Open());
+  FClient.Close();
+  EXPECT_FALSE(FClient.Active());
+  EXPECT_EQ(FClient.Send("x"), -1);
+  EXPECT_EQ(FClient.Receive(0), "");
+}
+
+}  // namespace
+}  // namespace refhost

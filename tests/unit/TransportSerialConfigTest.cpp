@@ -1,0 +1,122 @@
+// Serial line settings texts and the numbering of serial ports.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "refhost/transport/SerialPortMap.h"
+#include "refhost/transport/SerialSettings.h"
+
+namespace refhost {
+namespace {
+
+TEST(TransportSerialSettingsTest, ParsesEveryFieldOfAGoodText) {
+  const auto plain = ParseSerialSettings("57600,n,8,1");
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(*plain, (TSerialSettings{57600, 'n', 8, 1}));
+
+  const auto spaced = ParseSerialSettings(" 9600 , E , 7 , 2 ");
+  ASSERT_TRUE(spaced);
+  EXPECT_EQ(*spaced, (TSerialSettings{9600, 'e', 7, 2}));
+  EXPECT_EQ(spaced->ToString(), "9600,e,7,2");
+
+  EXPECT_EQ(ParseSerialSettings("115200,m,8,1")->Parity, 'm');
+  EXPECT_EQ(ParseSerialSettings("300,s,5,1")->DataBits, 5);
+  EXPECT_EQ(ParseSerialSettings("4000000,o,6,1")->Baud, 4000000);
+}
+
+TEST(TransportSerialSettingsTest, NamesTheWrongFieldOfAMalformedText) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "expected baud,parity,data bits,stop bits"},
+      {"57600", "expected baud,parity,data bits,stop bits"},
+      {"57600,n,8", "expected baud,parity,data bits,stop bits"},
+      {"57600,n,8,1,1", "expected baud,parity,data bits,stop bits"},
+      {"fast,n,8,1", "baud rate \"fast\" is not a number"},
+      {"-9600,n,8,1", "baud rate -9600 is not a standard rate"},
+      {"12345,n,8,1", "baud rate 12345 is not a standard rate"},
+      {"57600,x,8,1", "parity \"x\" must be n, e, o, m or s"},
+      {"57600,none,8,1", "parity \"none\" must be"},
+      {"57600,,8,1", "parity \"\" must be"},
+      {"57600,n,9,1", "data bits \"9\" must be 5, 6, 7 or 8"},
+      {"57600,n,4,1", "data bits \"4\""},
+      {"57600,n,8,1.5", "stop bits \"1.5\" must be 1 or 2"},
+      {"57600,n,8,0", "stop bits \"0\""},
+  };
+  for (const auto& [text, expected] : cases) {
+    std::string error;
+    EXPECT_FALSE(ParseSerialSettings(text, &error)) << text;
+    EXPECT_NE(error.find("serial settings \"" + text + "\": "), std::string::npos) << error;
+    EXPECT_NE(error.find(expected), std::string::npos) << "for \"" << text << "\": " << error;
+  }
+}
+
+class TransportSerialPortMapTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "serial-map-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    FRoot = pattern;
+    std::filesystem::create_directories(FRoot / "dev");
+    std::filesystem::create_directories(FRoot / "sys");
+  }
+  void TearDown() override { std::filesystem::remove_all(FRoot); }
+
+  void AddDevice(const std::string& name) { std::ofstream(FRoot / "dev" / name).put('\n'); }
+  void SetUartType(const std::string& name, int type) {
+    std::filesystem::create_directories(FRoot / "sys" / name);
+    std::ofstream(FRoot / "sys" / name / "type") << type << '\n';
+  }
+  std::string Dev(const std::string& name) const { return (FRoot / "dev" / name).string(); }
+  TSerialPortMap Map() const { return TSerialPortMap((FRoot / "dev").string(), (FRoot / "sys").string()); }
+
+  std::filesystem::path FRoot;
+};
+
+TEST_F(TransportSerialPortMapTest, NumbersUartsThenUsbThenAcmDevicesInNumericOrder) {
+  for (const char* name :
+       {"ttyACM1", "ttyS10", "ttyUSB0", "ttyS2", "ttyS0", "ttyACM0", "ttyS1", "tty0", "ttySX", "ttyUSB", "console"}) {
+    AddDevice(name);
+  }
+  SetUartType("ttyS0", 4);
+  SetUartType("ttyS1", 0);  // a placeholder without a UART is not counted
+  const TSerialPortMap map = Map();
+  EXPECT_EQ(map.ListSerialDevices(), (std::vector<std::string>{Dev("ttyS0"), Dev("ttyS2"), Dev("ttyS10"),
+                                                               Dev("ttyUSB0"), Dev("ttyACM0"), Dev("ttyACM1")}));
+  EXPECT_EQ(map.PathFor(1), Dev("ttyS0"));
+  EXPECT_EQ(map.PathFor(3), Dev("ttyS10"));
+  EXPECT_EQ(map.PathFor(4), Dev("ttyUSB0"));
+  EXPECT_EQ(map.PathFor(6), Dev("ttyACM1"));
+  EXPECT_EQ(map.PathFor(7), "");
+  EXPECT_EQ(map.PathFor(0), "");
+  EXPECT_EQ(map.PathFor(-1), "");
+}
+
+TEST_F(TransportSerialPortMapTest, AnExplicitMappingWinsAndDevicesPluggedInLaterAreFound) {
+  TSerialPortMap map = Map();
+  EXPECT_EQ(map.PathFor(1), "");
+  AddDevice("ttyUSB3");
+  EXPECT_EQ(map.PathFor(1), Dev("ttyUSB3"));
+
+  ASSERT_TRUE(map.SetFromText("1=/dev/pts/5"));
+  EXPECT_EQ(map.PathFor(1), "/dev/pts/5");
+  ASSERT_TRUE(map.Set(2, "/tmp/laser-link"));
+  EXPECT_EQ(map.PathFor(2), "/tmp/laser-link");
+  EXPECT_FALSE(map.Set(0, "/dev/ttyS0"));
+  EXPECT_FALSE(map.Set(3, ""));
+}
+
+TEST_F(TransportSerialPortMapTest, RejectsAMalformedAssignment) {
+  TSerialPortMap map = Map();
+  for (const char* text : {"", "1", "=/dev/ttyS0", "0=/dev/ttyS0", "-1=/dev/ttyS0", "x=/dev/ttyS0", "1="}) {
+    std::string error;
+    EXPECT_FALSE(map.SetFromText(text, &error)) << text;
+    EXPECT_NE(error.find(std::string("serial port assignment \"") + text + "\""), std::string::npos) << error;
+  }
+  EXPECT_EQ(map.PathFor(1), "");
+}
+
+}  // namespace
+}  // namespace refhost
