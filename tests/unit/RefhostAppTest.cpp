@@ -1,0 +1,269 @@
+// The reference host's application object, its loggers and its message sinks.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "host/HostDefs.h"
+#include "refhost/IniLocaleResource.h"
+#include "refhost/RecordingSink.h"
+#include "refhost/RefApp.h"
+#include "refhost/SimEcatSystem.h"
+#include "refhost/TextSinks.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using refhost::TEntryKind;
+using refhost::TMessageEntry;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace msgtype = nchost::msgtype;
+
+class RefAppTest : public testing::Test {
+ protected:
+  std::shared_ptr<refhost::TRecordingSink> FRecorder = std::make_shared<refhost::TRecordingSink>();
+  refhost::TRefApp FApp{FRecorder};
+};
+
+TEST(MessageSinkTest, LinesNameTheTypeAndCategoryAndJsonLinesCarryEveryField) {
+  EXPECT_EQ(refhost::FormatTextLine({TEntryKind::Log, msgtype::kWarning, "Laser", "chiller low", 0}),
+            "[warning] Laser: chiller low");
+  EXPECT_EQ(refhost::FormatTextLine({TEntryKind::Message, msgtype::kError, "", "激光器报警", 0xFF}),
+            "[error] Operator: 激光器报警");
+  EXPECT_EQ(refhost::FormatTextLine({TEntryKind::Logger, msgtype::kLaserLog, "LaserLogger", "Send Data: 1B", 0}),
+            "[laser log] LaserLogger: Send Data: 1B");
+  EXPECT_EQ(refhost::FormatTextLine({TEntryKind::Log, 4, "Laser", "x", 0}), "[type 4] Laser: x");
+  std::vector<std::string> names;
+  for (int type : {2, 3, 5, 6, 7, 8}) names.push_back(refhost::MsgTypeName(type));
+  EXPECT_THAT(names, ElementsAre("info", "trace", "warning", "comm", "error", "laser log"));
+
+  // A laser's reply may hold any bytes; the line must still be one valid JSON object.
+  std::string line =
+      refhost::FormatJsonLine({TEntryKind::Message, msgtype::kInformation, "", "reply \"\xFF\xFE\"\n", 0x00FF00});
+  EXPECT_EQ(line.find('\n'), std::string::npos);
+  auto obj = nlohmann::json::parse(line);
+  EXPECT_EQ(obj["kind"], "message");
+  EXPECT_EQ(obj["type"], 2);
+  EXPECT_EQ(obj["category"], "");
+  EXPECT_EQ(obj["text"], "reply \"\xEF\xBF\xBD\xEF\xBF\xBD\"\n");
+  EXPECT_EQ(obj["color"], 0x00FF00);
+}
+
+TEST(MessageSinkTest, FileSinkAppendsOneFlushedLinePerEntry) {
+  auto path = std::filesystem::temp_directory_path() / ("refhost-sink-" + std::to_string(::getpid()) + ".log");
+  std::filesystem::remove(path);
+  std::string error;
+  {
+    auto sink = refhost::TFileSink::Open(path.string(), refhost::TLineFormat::Text, error);
+    ASSERT_NE(sink, nullptr) << error;
+    sink->Write({TEntryKind::Log, msgtype::kWarning, "Laser", "first", 0});
+    std::ifstream early(path);  // readable before the sink closes
+    std::string line;
+    std::getline(early, line);
+    EXPECT_EQ(line, "[warning] Laser: first");
+  }
+  {
+    auto sink = refhost::TFileSink::Open(path.string(), refhost::TLineFormat::JsonLines, error);
+    ASSERT_NE(sink, nullptr) << error;
+    sink->Write({TEntryKind::Logger, msgtype::kTrace, "LaserLogger", "second", 0});
+  }
+  std::ifstream in(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(nlohmann::json::parse(lines[1])["text"], "second");
+  std::filesystem::remove(path);
+
+  EXPECT_EQ(refhost::TFileSink::Open("/nonexistent-dir/x.log", refhost::TLineFormat::Text, error), nullptr);
+  EXPECT_THAT(error, HasSubstr("/nonexistent-dir/x.log"));
+}
+
+TEST(MessageSinkTest, RecorderWaitsForAnEntryFromAnotherThread) {
+  refhost::TRecordingSink recorder;
+  std::thread writer([&] {
+    std::this_thread::sleep_for(20ms);
+    recorder.Write({TEntryKind::Log, msgtype::kCommLog, "Laser", "Rev Data: 55 AA", 0});
+  });
+  EXPECT_TRUE(recorder.WaitForText("Rev Data", 10s));
+  writer.join();
+  EXPECT_TRUE(recorder.WaitFor(refhost::TRecordingSink::OfKind(TEntryKind::Log, msgtype::kCommLog), 0ms));
+  EXPECT_FALSE(recorder.WaitForText("Send Data", 10ms));
+  recorder.Clear();
+  EXPECT_EQ(recorder.Count(), 0u);
+  EXPECT_FALSE(recorder.Contains("Rev Data"));
+}
+
+TEST_F(RefAppTest, MessagesLogLinesAndLoggersReachTheSinkWithKindTypeAndCategory) {
+  FApp.ShowMsg("激光器串口/网络连接失败.", msgtype::kWarning, 0xFF0000);
+  FApp.LogMsg("STA 0x1000", msgtype::kLaserLog, "Laser");
+  auto logger = FApp.CreateLogger("LaserLogger");
+  ASSERT_NE(logger, nullptr);
+  EXPECT_EQ(logger->Category(), "LaserLogger");
+  logger->Send("trace");
+  logger->SendMsg("info");
+  logger->SendWarning("warning");
+  logger->SendError("error");
+  logger->SetEnabled(false);
+  logger->SendError("dropped");
+
+  auto entries = FRecorder->Entries();
+  ASSERT_EQ(entries.size(), 6u);
+  EXPECT_EQ(entries[0].Kind, TEntryKind::Message);
+  EXPECT_EQ(entries[0].Type, msgtype::kWarning);
+  EXPECT_EQ(entries[0].Color, 0xFF0000u);
+  EXPECT_EQ(entries[1].Kind, TEntryKind::Log);
+  EXPECT_EQ(entries[1].Category, "Laser");
+  EXPECT_EQ(entries[1].Type, msgtype::kLaserLog);
+  std::vector<int> loggerTypes;
+  for (size_t i = 2; i < entries.size(); ++i) {
+    EXPECT_EQ(entries[i].Kind, TEntryKind::Logger);
+    EXPECT_EQ(entries[i].Category, "LaserLogger");
+    loggerTypes.push_back(entries[i].Type);
+  }
+  EXPECT_THAT(loggerTypes, ElementsAre(msgtype::kTrace, msgtype::kInformation, msgtype::kWarning, msgtype::kError));
+  EXPECT_FALSE(FRecorder->Contains("dropped"));
+
+  ASSERT_NE(FApp.CSLog(), nullptr);
+  EXPECT_TRUE(FApp.CSLog()->Enabled());  // the library enables its own logger only when the host's is
+}
+
+TEST_F(RefAppTest, ANewSinkRedirectsTheAppAndTheLoggersItMade) {
+  auto logger = FApp.CreateLogger("LaserLogger");
+  auto second = std::make_shared<refhost::TRecordingSink>();
+  FApp.SetSink(second);
+  logger->SendMsg("after");
+  FApp.LogMsg("after", msgtype::kInformation, "Laser");
+  EXPECT_EQ(FRecorder->Count(), 0u);
+  EXPECT_EQ(second->Count(), 2u);
+}
+
+TEST_F(RefAppTest, LocaleProceduresRunInRegistrationOrderAndReadTheNewLocale) {
+  std::vector<std::string> seen;
+  auto readLaser = [&](const std::string& who) {
+    return [&, who] {
+      std::string text = "激光器";
+      if (const auto* locale = FApp.Locale(); locale != nullptr && locale->IsLoaded())
+        locale->ReadStr("Device_Strs", "SLaser", text);
+      seen.push_back(who + ":" + text);
+    };
+  };
+  int first = FApp.RegisterLocaleProc(readLaser("first"));
+  int second = FApp.RegisterLocaleProc(readLaser("second"));
+  EXPECT_NE(first, second);
+  EXPECT_TRUE(seen.empty());  // registering does not run a procedure
+
+  auto english = std::make_shared<refhost::TIniLocaleResource>();
+  std::string error;
+  ASSERT_TRUE(english->LoadText("[Device_Strs]\nSLaser=Laser\n", "en.ini", error));
+  FApp.SetLocale(english);
+  EXPECT_THAT(seen, ElementsAre("first:Laser", "second:Laser"));
+
+  seen.clear();
+  FApp.UnregisterLocaleProc(first);
+  FApp.UnregisterLocaleProc(12345);  // unknown handles are ignored
+  FApp.SetLocale(nullptr);
+  EXPECT_THAT(seen, ElementsAre("second:激光器"));
+  EXPECT_EQ(FApp.LocaleProcCount(), 1u);
+}
+
+TEST_F(RefAppTest, AFailingLocaleProcedureIsLoggedAndTheOthersStillRun) {
+  int ran = 0;
+  int handle = 0;
+  FApp.RegisterLocaleProc([] { throw std::runtime_error("bad translation table"); });
+  // A procedure may unregister itself and register another while the procedures run.
+  handle = FApp.RegisterLocaleProc([&] {
+    ++ran;
+    FApp.UnregisterLocaleProc(handle);
+    FApp.RegisterLocaleProc([&] { ran += 10; });
+  });
+  FApp.RunLocaleProcs();
+  EXPECT_EQ(ran, 1);
+  EXPECT_TRUE(FRecorder->Contains("bad translation table"));
+  FApp.RunLocaleProcs();
+  EXPECT_EQ(ran, 11);
+}
+
+TEST_F(RefAppTest, ExeDirIsTheExecutablesFolderUntilSet) {
+  auto exe = std::filesystem::read_symlink("/proc/self/exe");
+  EXPECT_EQ(FApp.ExeDir(), exe.parent_path().string());
+  FApp.SetExeDir("/opt/cnc/bin/");
+  EXPECT_EQ(FApp.ExeDir(), "/opt/cnc/bin");
+  EXPECT_FALSE(FApp.TrustCachedLaserStates());
+  FApp.SetTrustCachedLaserStates(true);
+  EXPECT_TRUE(FApp.TrustCachedLaserStates());
+}
+
+TEST_F(RefAppTest, ThreadNamesAreCutToWhatTheSystemHoldsWithoutSplittingACharacter) {
+  auto nameAfter = [&](const std::string& name) {
+    std::string result;
+    std::thread t([&] {
+      FApp.SetThreadName(name);
+      char buffer[64] = {};
+      pthread_getname_np(pthread_self(), buffer, sizeof buffer);
+      result = buffer;
+    });
+    t.join();
+    return result;
+  };
+  EXPECT_EQ(nameAfter("NCIOThread"), "NCIOThread");
+  EXPECT_EQ(nameAfter("IPGMonitorThreadOfLaser"), "IPGMonitorThrea");
+  EXPECT_EQ(nameAfter("ab激光器激光器"), "ab激光器激");  // 14 bytes: the 5th character would end at byte 17
+}
+
+TEST_F(RefAppTest, DevicesMapToPortsCountedFromOne) {
+  EXPECT_EQ(FApp.DeviceToPort(0, 1), 1);
+  EXPECT_EQ(FApp.DeviceToPort(31, 1), 32);
+  EXPECT_EQ(FApp.DeviceToPort(254, 0), 255);
+  EXPECT_EQ(FApp.DeviceToPort(255, 1), 0);
+  EXPECT_EQ(FApp.DeviceToPort(-1, 1), 0);
+  EXPECT_EQ(FApp.PortToStr(5), "5");
+  EXPECT_EQ(FApp.PortToStr(0), "0");
+}
+
+class TCountingTransports : public refhost::ITransportFactory {
+ public:
+  std::unique_ptr<nchost::TCommCtrl> CreateCommCtrl() override { return ++Calls, nullptr; }
+  std::unique_ptr<nchost::TVqTcpClient> CreateTcpClient() override { return ++Calls, nullptr; }
+  std::unique_ptr<nchost::TUDPClient> CreateUdpClient() override { return ++Calls, nullptr; }
+  std::unique_ptr<nchost::TIcmpClient> CreateIcmpClient() override { return ++Calls, nullptr; }
+  int Calls = 0;
+};
+
+TEST_F(RefAppTest, ClientsComeFromTheInjectedTransportsOrNotAtAll) {
+  EXPECT_EQ(FApp.CreateCommCtrl(), nullptr);
+  EXPECT_EQ(FApp.CreateTcpClient(), nullptr);
+  EXPECT_TRUE(FRecorder->Contains("no serial port client"));
+  EXPECT_TRUE(FRecorder->Contains("no TCP client"));
+
+  auto transports = std::make_shared<TCountingTransports>();
+  FApp.SetTransports(transports);
+  FRecorder->Clear();
+  (void)FApp.CreateCommCtrl();
+  (void)FApp.CreateTcpClient();
+  (void)FApp.CreateUdpClient();
+  (void)FApp.CreateIcmpClient();
+  EXPECT_EQ(transports->Calls, 4);
+  EXPECT_EQ(FRecorder->Count(), 0u);
+}
+
+TEST_F(RefAppTest, EcatSystemIsWhatWasInjected) {
+  EXPECT_EQ(FApp.EcatSystem(), nullptr);
+  auto ecat = std::make_shared<refhost::TSimEcatSystem>();
+  FApp.SetEcatSystem(ecat);
+  ASSERT_EQ(FApp.EcatSystem(), ecat.get());
+  nchost::TEcatLaserIdentity identity{7, 7};
+  EXPECT_FALSE(FApp.EcatSystem()->GetLaserSlave(identity));
+  EXPECT_EQ(identity.Word1, 7u);
+  ecat->SetLaserSlave(true, 0x00000A21, 0x0100);
+  EXPECT_TRUE(FApp.EcatSystem()->GetLaserSlave(identity));
+  EXPECT_EQ(identity.Word1, 0x00000A21u);
+  EXPECT_EQ(identity.Word2, 0x0100u);
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+// The reference host's stateful simulated IO extension.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "refhost/RecordingSink.h"
+#include "refhost/SimCtrlExtIO.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using refhost::TIOOp;
+using refhost::TSimCtrlExtIO;
+
+TEST(SimCtrlExtIOTest, DefaultPortsExistAsConfiguredAndPortZeroOnlyForAnalogue) {
+  TSimCtrlExtIO io;
+  EXPECT_FALSE(io.GetOutPortExist(0));
+  EXPECT_TRUE(io.GetOutPortExist(1));
+  EXPECT_TRUE(io.GetOutPortExist(64));
+  EXPECT_FALSE(io.GetOutPortExist(65));
+  EXPECT_FALSE(io.GetInPortExist(0));
+  EXPECT_TRUE(io.GetInPortExist(64));
+  EXPECT_FALSE(io.GetPwmPortExist(0));
+  EXPECT_TRUE(io.GetPwmPortExist(4));
+  EXPECT_FALSE(io.GetPwmPortExist(5));
+  EXPECT_TRUE(io.GetDAPortExist(0));  // configuration DA port 1200
+  EXPECT_TRUE(io.GetDAPortExist(7));
+  EXPECT_FALSE(io.GetDAPortExist(8));
+  EXPECT_TRUE(io.GetADPortExist(0));
+  EXPECT_FALSE(io.GetADPortExist(8));
+
+  refhost::TSimIOPorts ports;
+  ports.Outputs = refhost::TSimIOPorts::Range(0, 8);
+  ports.Pwm = refhost::TSimIOPorts::Range(2, 2);
+  TSimCtrlExtIO custom(ports);
+  EXPECT_FALSE(custom.GetOutPortExist(0));  // 0 means "not used", whatever was asked for
+  EXPECT_TRUE(custom.GetOutPortExist(8));
+  EXPECT_FALSE(custom.GetOutPortExist(9));
+  EXPECT_FALSE(custom.GetPwmPortExist(1));
+  EXPECT_TRUE(custom.GetPwmPortExist(2));
+  EXPECT_FALSE(custom.GetInPortExist(1));
+}
+
+TEST(SimCtrlExtIOTest, WrittenValuesReadBackAndOnlyExistingPortsChange) {
+  TSimCtrlExtIO io;
+  io.SetOutputbit(5, true);
+  io.SetOutputbit(6, true);
+  io.SetOutputbit(6, false);
+  io.SetOutputbit(0, true);
+  io.SetOutputbit(200, true);
+  EXPECT_TRUE(io.GetOutputBit(5));
+  EXPECT_FALSE(io.GetOutputBit(6));
+  EXPECT_FALSE(io.GetOutputBit(0));
+  EXPECT_FALSE(io.GetOutputBit(200));
+
+  io.SetPwmEn(1, true);
+  io.SetPwmFreq(1, 5000.0);
+  io.SetPwmRatio(1, 0.25);
+  io.SetPwmFreq(9, 100.0);
+  io.SetDAValue(0, 7.5);
+  io.SetDAValue(3, 4.0);
+  EXPECT_TRUE(io.GetPwmEn(1));
+  EXPECT_FALSE(io.GetPwmEn(2));
+  EXPECT_EQ(io.GetPwmFreq(1), 5000.0);
+  EXPECT_EQ(io.GetPwmRatio(1), 0.25);
+  EXPECT_EQ(io.GetPwmFreq(9), 0.0);
+  EXPECT_EQ(io.GetDAValue(0), 7.5);
+  EXPECT_EQ(io.GetDAValue(3), 4.0);
+
+  io.SetInput(3, true);
+  io.SetInput(0, true);
+  io.SetADValue(2, 1.25);
+  EXPECT_TRUE(io.GetInputBit(3));
+  EXPECT_FALSE(io.GetInputBit(4));
+  EXPECT_FALSE(io.GetInputBit(0));
+  EXPECT_EQ(io.GetADValue(2), 1.25);
+
+  io.CloseAllOutports();
+  EXPECT_FALSE(io.GetOutputBit(5));
+  EXPECT_TRUE(io.GetPwmEn(1));  // only digital outputs close
+  EXPECT_TRUE(io.GetInputBit(3));
+}
+
+TEST(SimCtrlExtIOTest, EveryWriteIsRecordedInOrderAndPrintedWithAPointAsDecimalSeparator) {
+  TSimCtrlExtIO io;
+  auto printed = std::make_shared<refhost::TRecordingSink>();
+  io.SetPrintSink(printed, "IO");
+  io.SetOutputbit(5, true);
+  io.SetPwmEn(1, false);
+  io.SetPwmFreq(1, 5000.0);
+  io.SetPwmRatio(1, 0.5);
+  io.SetDAValue(3, 4.0);
+  io.SetOutputbit(0, true);  // recorded though the port does not exist
+  io.CloseAllOutports();
+  io.SetDAValue(1, 2.0 / 3.0);
+
+  const std::vector<std::string> expected = {"SetOutputbit: 5, True", "SetPwmEn: 1, False",   "SetPwmFreq: 1, 5000.000",
+                                             "SetPwmRatio: 1, 0.500", "SetDAValue: 3, 4.000", "SetOutputbit: 0, True",
+                                             "CloseAllOutports",      "SetDAValue: 1, 0.667"};
+  auto writes = io.Writes();
+  ASSERT_EQ(writes.size(), expected.size());
+  std::vector<std::string> lines;
+  for (size_t i = 0; i < writes.size(); ++i) {
+    lines.push_back(writes[i].Line());
+    if (i > 0) {
+      EXPECT_GE(writes[i].Time, writes[i - 1].Time);
+    }
+  }
+  EXPECT_EQ(lines, expected);
+  EXPECT_EQ(writes[2].Op, TIOOp::SetPwmFreq);
+  EXPECT_EQ(writes[2].Port, 1);
+  EXPECT_EQ(writes[2].Value, 5000.0);
+
+  EXPECT_EQ(printed->Texts(refhost::TEntryKind::Log), expected);
+  auto first = printed->Entries().front();
+  EXPECT_EQ(first.Category, "IO");
+  EXPECT_EQ(first.Type, 2);
+
+  io.ClearWrites();
+  EXPECT_TRUE(io.Writes().empty());
+  EXPECT_EQ(io.GetDAValue(3), 4.0);  // clearing the log keeps the state
+
+  io.SetPrintSink(nullptr);
+  io.SetOutputbit(1, true);
+  EXPECT_EQ(printed->Count(), expected.size());
+  EXPECT_EQ(io.Writes().size(), 1u);
+}
+
+TEST(SimCtrlExtIOTest, WaitersWakeWhenAnotherThreadChangesTheState) {
+  TSimCtrlExtIO io;
+  std::thread laser([&] {
+    std::this_thread::sleep_for(20ms);
+    io.SetPwmRatio(2, 0.75);
+    io.SetOutputbit(7, true);
+  });
+  EXPECT_TRUE(io.WaitUntil([](const refhost::TSimIOState& s) { return s.Outputs.test(7); }, 10s));
+  EXPECT_TRUE(io.WaitForWrite([](const refhost::TIOWrite& w) { return w.Op == TIOOp::SetPwmRatio; }, 10s));
+  laser.join();
+
+  std::thread operatorPanel([&] { io.SetInput(12, true); });
+  EXPECT_TRUE(io.WaitUntil([](const refhost::TSimIOState& s) { return s.Inputs.test(12); }, 10s));
+  operatorPanel.join();
+
+  EXPECT_FALSE(io.WaitUntil([](const refhost::TSimIOState& s) { return s.Outputs.test(8); }, 10ms));
+  EXPECT_FALSE(io.WaitForWrite([](const refhost::TIOWrite& w) { return w.Op == TIOOp::SetDAValue; }, 10ms));
+}
+
+TEST(SimCtrlExtIOTest, ConcurrentWritersLoseNothing) {
+  TSimCtrlExtIO io;
+  constexpr int kThreads = 4;
+  constexpr int kWrites = 500;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&io, t] {
+      auto port = static_cast<uint8_t>(t + 1);
+      for (int i = 0; i < kWrites; ++i) {
+        io.SetOutputbit(port, i % 2 == 0);
+        io.SetDAValue(port, i);
+        (void)io.GetOutputBit(port);
+      }
+    });
+  for (auto& t : threads) t.join();
+  auto writes = io.Writes();
+  EXPECT_EQ(writes.size(), static_cast<size_t>(kThreads * kWrites * 2));
+  for (int t = 0; t < kThreads; ++t) {
+    auto port = static_cast<uint8_t>(t + 1);
+    EXPECT_FALSE(io.GetOutputBit(port));  // the last write of each thread switched its output off
+    EXPECT_EQ(io.GetDAValue(port), kWrites - 1);
+  }
+}
+
+}  // namespace
