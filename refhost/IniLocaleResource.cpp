@@ -21,7 +21,10 @@ std::mutex GIniParserMutex;
 
 int CollectValue(void* user, const char* section, const char* name, const char* value) {
   auto& sections = *static_cast<std::map<std::string, std::map<std::string, std::string>>*>(user);
-  sections[Lower(section)][Lower(name)] = value != nullptr ? value : "";
+  std::string text = value != nullptr ? value : "";
+  // A text in double quotes keeps its surrounding blanks (" laser alarm" follows a model name directly).
+  if (text.size() >= 2 && text.front() == '"' && text.back() == '"') text = text.substr(1, text.size() - 2);
+  sections[Lower(section)][Lower(name)] = std::move(text);
   return 1;
 }
 

@@ -2,8 +2,9 @@
 // "SVariableName=text" line each, but any section can be read.
 //
 // Section and key names match without regard to ASCII case, as in the INI files of the controller's other
-// tools. A value is the rest of its line with surrounding blanks removed; ';' and '#' start a comment only at
-// the beginning of a line, so texts may contain them. A key that appears twice keeps its last value.
+// tools. A value is the rest of its line with surrounding blanks removed, then one pair of enclosing double
+// quotes, so that a quoted text keeps its blanks; ';' and '#' start a comment only at the beginning of a line,
+// so texts may contain them. A key that appears twice keeps its last value.
 #pragma once
 
 #include <map>

@@ -1,0 +1,251 @@
+// The laser configuration as the host persists it: every key of every node written and read back unchanged, hand
+// written files reaching the right keys, broken files refused without touching the configuration in memory.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "frame/LaserConfig.h"
+#include "refhost/ConfigStore.h"
+
+namespace devlaser {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kSourceDir = fs::path(__FILE__).parent_path().parent_path().parent_path();
+
+struct TReport {
+  int MsgType;
+  std::string Text;
+};
+
+// Collects what the store reports.
+struct TReports {
+  std::vector<TReport> Items;
+  refhost::TConfigReport Sink() {
+    return [this](int msgType, const std::string& text) { Items.push_back({msgType, text}); };
+  }
+  std::string All() const {
+    std::string s;
+    for (const auto& r : Items) s += std::to_string(r.MsgType) + ": " + r.Text + "\n";
+    return s;
+  }
+};
+
+// Every key of a tree as "Node.Sub.Key=value" lines, sub-nodes in order: two trees are equal when their dumps are.
+void Dump(const nchost::TXmlSubConfig& node, const std::string& path, std::ostringstream& out) {
+  for (const auto& p : node.Properties()) {
+    out << path << p.Name << "=";
+    std::visit([&](const auto& v) { out << v; }, p.Value);
+    out << " (" << p.Value.index() << ")\n";
+  }
+  for (const auto& sub : node.SubConfigs()) Dump(*sub, path + sub->NodeName() + ".", out);
+}
+std::string Dump(const nchost::TXmlSubConfig& node) {
+  std::ostringstream out;
+  out.precision(17);
+  Dump(node, "", out);
+  return out.str();
+}
+
+// Creates every family node, so that the whole tree can be exercised.
+void CreateAllFamilies(TLaserConfig& cfg) {
+  cfg.GetCO2Config();
+  cfg.GetIPGConfig();
+  cfg.GetGSIConfig();
+  cfg.GetMaxSZConfig();
+  cfg.GetMeimanConfig();
+  cfg.GetQingHuaConfig();
+  cfg.GetQYZConfig();
+  cfg.GetRaycusConfig();
+  cfg.GetRofinConfig();
+  cfg.GetSPIConfig();
+  cfg.GetCASConfig();
+  cfg.GetMarsConfig();
+  cfg.GetNLightConfig();
+  cfg.GetZorunConfig();
+}
+
+// Gives every key of the tree a value that differs from its default and from every other key's, with digits,
+// signs and characters that a careless writer or reader would lose.
+void SetEveryKey(nchost::TXmlSubConfig& node, int& counter) {
+  for (const auto& p : std::vector<nchost::TXmlSubConfig::TProperty>(node.Properties())) {
+    ++counter;
+    nchost::TConfigValue value = std::visit(
+        [&](const auto& v) -> nchost::TConfigValue {
+          using V = std::decay_t<decltype(v)>;
+          if constexpr (std::is_same_v<V, bool>)
+            return !v;
+          else if constexpr (std::is_same_v<V, int32_t>)
+            return counter % 3 == 0 ? int32_t{-70000 - counter} : int32_t{v + 1000 + counter};
+          else if constexpr (std::is_same_v<V, double>)
+            return v + counter + 1.0 / 3.0;
+          else
+            return v + "é/<&\"'> #" + std::to_string(counter);
+        },
+        p.Value);
+    ASSERT_TRUE(node.SetProperty(p.Name, value)) << p.Name;
+  }
+  for (const auto& sub : node.SubConfigs()) SetEveryKey(*sub, counter);
+}
+
+class LaserConfigPersistTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    FDir = fs::temp_directory_path() /
+           ("laser-config-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(FDir);
+  }
+  void TearDown() override { fs::remove_all(FDir); }
+
+  // A tree with every family node and every key off its default.
+  static void FillTree(TLaserConfig& cfg) {
+    CreateAllFamilies(cfg);
+    int counter = 0;
+    SetEveryKey(cfg, counter);
+  }
+
+  fs::path FDir;
+};
+
+TEST_F(LaserConfigPersistTest, EveryKeySurvivesAJsonRoundTrip) {
+  TLaserConfig saved;
+  FillTree(saved);
+  const std::string path = (FDir / "laser.json").string();
+  TReports reports;
+  ASSERT_TRUE(refhost::SaveJson(saved, path, reports.Sink())) << reports.All();
+
+  TLaserConfig loaded;
+  ASSERT_TRUE(refhost::LoadJson(loaded, path, reports.Sink())) << reports.All();
+  EXPECT_TRUE(reports.Items.empty()) << reports.All();
+  EXPECT_EQ(Dump(loaded), Dump(saved));
+  EXPECT_EQ(loaded.SubConfigs().size(), 16u);
+  EXPECT_NE(loaded.GetZorunConfig().Desc(), TLaserConfig().GetZorunConfig().Desc());
+}
+
+TEST_F(LaserConfigPersistTest, EveryKeySurvivesAnXmlRoundTrip) {
+  TLaserConfig saved;
+  FillTree(saved);
+  const std::string path = (FDir / "laser.xml").string();
+  TReports reports;
+  ASSERT_TRUE(refhost::SaveXml(saved, path, reports.Sink())) << reports.All();
+
+  TLaserConfig loaded;
+  ASSERT_TRUE(refhost::LoadXml(loaded, path, reports.Sink())) << reports.All();
+  EXPECT_TRUE(reports.Items.empty()) << reports.All();
+  EXPECT_EQ(Dump(loaded), Dump(saved));
+  // The attribute keys came back through the attributes of their nodes.
+  EXPECT_EQ(loaded.Pwm().DynamicPwm(), saved.Pwm().DynamicPwm());
+  EXPECT_EQ(loaded.GetRaycusConfig().Type(), saved.GetRaycusConfig().Type());
+}
+
+TEST_F(LaserConfigPersistTest, FamilyNodesOnlyAppearOnceUsed) {
+  TLaserConfig saved;
+  saved.GetIPGConfig().SetModel("YLR");
+  std::string text;
+  ASSERT_TRUE(refhost::ToJsonText(saved, text));
+  TLaserConfig loaded;
+  ASSERT_TRUE(refhost::LoadJsonText(loaded, text, "memory.json"));
+  std::vector<std::string> names;
+  for (const auto& n : loaded.SubConfigs()) names.push_back(n->NodeName());
+  EXPECT_EQ(names, (std::vector<std::string>{"DA", "PWM", "IPG"}));
+  EXPECT_EQ(loaded.GetIPGConfig().Model(), "YLR");
+}
+
+TEST_F(LaserConfigPersistTest, HandWrittenJsonReachesTheRightKeys) {
+  TLaserConfig cfg;
+  TReports reports;
+  ASSERT_TRUE(refhost::LoadJsonText(cfg,
+                                    R"({"Model": "IPG", "CtrlPort": 5, "DA": {"DAPort": 1203},
+                                        "IPG": {"Model": "YLR", "UseTcp": true, "TcpHost": "127.0.0.1"}})",
+                                    "hand.json", reports.Sink()));
+  EXPECT_TRUE(reports.Items.empty()) << reports.All();
+  EXPECT_EQ(cfg.Model(), "IPG");
+  EXPECT_TRUE(cfg.IsIPG());
+  EXPECT_EQ(cfg.CtrlPort(), 5);
+  EXPECT_EQ(cfg.DA().DAPort(), 1203);
+  TLaserIPGConfig& ipg = cfg.GetIPGConfig();
+  EXPECT_EQ(ipg.Model(), "YLR");
+  EXPECT_TRUE(ipg.UseTcp());
+  EXPECT_EQ(ipg.TcpHost(), "127.0.0.1");
+  EXPECT_TRUE(ipg.IsYLR());
+  EXPECT_TRUE(ipg.UseComm());
+
+  // Keys the file does not name keep their defaults.
+  TLaserConfig fresh;
+  EXPECT_EQ(cfg.Power(), fresh.Power());
+  EXPECT_EQ(cfg.DA().MaxVoltage(), fresh.DA().MaxVoltage());
+  EXPECT_EQ(ipg.CommSettings(), "57600,n,8,1");
+  EXPECT_EQ(ipg.YLS2000().LaserOnPort(), 6);
+}
+
+TEST_F(LaserConfigPersistTest, MalformedFilesLeaveTheConfigurationAsItWas) {
+  TLaserConfig cfg;
+  cfg.SetModel("Raycus");
+  cfg.SetCtrlPort(9);
+  cfg.GetRaycusConfig().SetType("RFL-C1000");
+  const std::string before = Dump(cfg);
+
+  struct TCase {
+    const char* Name;
+    const char* Text;
+    bool Xml;
+  };
+  const TCase cases[] = {
+      {"broken.json", "{\n  \"Model\": \"IPG\",\n  \"CtrlPort\": ,\n  \"IPG\": {\"Model\": \"YLR\"}\n}\n", false},
+      {"truncated.json", "{\"Model\": \"IPG\", \"DA\": {\"DAPort\": 1203}", false},
+      {"broken.xml", "<Laser>\n  <Model>IPG</Model>\n  <IPG><Model>YLR</IPG>\n</Laser>\n", true},
+  };
+  for (const auto& c : cases) {
+    const fs::path path = FDir / c.Name;
+    {
+      std::ofstream out(path);
+      out << c.Text;
+    }
+    TReports reports;
+    const bool loaded = c.Xml ? refhost::LoadXml(cfg, path.string(), reports.Sink())
+                              : refhost::LoadJson(cfg, path.string(), reports.Sink());
+    EXPECT_FALSE(loaded) << c.Name;
+    ASSERT_EQ(reports.Items.size(), 1u) << reports.All();
+    EXPECT_EQ(reports.Items[0].MsgType, nchost::msgtype::kError);
+    EXPECT_NE(reports.Items[0].Text.find(c.Name), std::string::npos) << reports.All();
+    EXPECT_NE(reports.Items[0].Text.find("line"), std::string::npos) << reports.All();
+    EXPECT_EQ(Dump(cfg), before) << c.Name;
+  }
+  EXPECT_EQ(cfg.FindSubConfig("IPG"), nullptr);
+}
+
+TEST_F(LaserConfigPersistTest, SampleConfigurationsLoadWithoutAnyReport) {
+  {
+    TLaserConfig cfg;
+    TReports reports;
+    ASSERT_TRUE(refhost::LoadJson(cfg, (kSourceDir / "examples" / "ipg-ylr-tcp.json").string(), reports.Sink()));
+    EXPECT_TRUE(reports.Items.empty()) << reports.All();
+    EXPECT_TRUE(cfg.IsIPG());
+    EXPECT_EQ(cfg.CtrlPort(), 5);
+    EXPECT_EQ(cfg.DA().DAPort(), 1203);
+    EXPECT_TRUE(cfg.GetIPGConfig().IsYLR());
+    EXPECT_TRUE(cfg.GetIPGConfig().UseTcp());
+    EXPECT_EQ(cfg.GetIPGConfig().TcpHost(), "127.0.0.1");
+  }
+  {
+    TLaserConfig cfg;
+    TReports reports;
+    ASSERT_TRUE(refhost::LoadJson(cfg, (kSourceDir / "examples" / "default-laser.json").string(), reports.Sink()));
+    EXPECT_TRUE(reports.Items.empty()) << reports.All();
+    EXPECT_EQ(cfg.Model(), "Default");
+    EXPECT_EQ(cfg.ShutterReady(), 5);
+    EXPECT_EQ(cfg.ShutterReadyDelay(), 300);
+    EXPECT_EQ(cfg.CtrlPort(), 6);
+    EXPECT_EQ(cfg.SubConfigs().size(), 2u);
+  }
+}
+
+}  // namespace
+}  // namespace devlaser

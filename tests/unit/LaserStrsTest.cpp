@@ -1,0 +1,211 @@
+#include "frame/LaserStrs.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "frame/HostServices.h"
+#include "refhost/IniLocaleResource.h"
+#include "refhost/RecordingSink.h"
+#include "refhost/RefApp.h"
+
+namespace devlaser {
+namespace {
+
+const std::filesystem::path kEnglishFile =
+    std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "locale" / "en.ini";
+
+TMessage Msg(int i) { return TMessage{static_cast<EMsg>(i)}; }
+
+bool IsAscii(const std::string& s) {
+  for (unsigned char c : s)
+    if (c >= 0x80) return false;
+  return true;
+}
+
+// The raw [Device_Strs] lines of the English file, as written (duplicates kept), so that the file itself can be
+// checked independently of how a reader treats repeated keys.
+std::vector<std::pair<std::string, std::string>> ReadEnglishLines() {
+  std::ifstream in(kEnglishFile);
+  std::vector<std::pair<std::string, std::string>> lines;
+  std::string line, section;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == ';' || line[0] == '#') continue;
+    if (line[0] == '[') {
+      section = line.substr(1, line.find(']') - 1);
+      continue;
+    }
+    const size_t eq = line.find('=');
+    if (section == "Device_Strs" && eq != std::string::npos)
+      lines.emplace_back(line.substr(0, eq), line.substr(eq + 1));
+  }
+  return lines;
+}
+
+// The printf conversions of a text in order ("%.2f", "%d"), "%%" skipped.
+std::vector<std::string> Placeholders(const std::string& text) {
+  std::vector<std::string> specs;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') continue;
+    if (i + 1 < text.size() && text[i + 1] == '%') {
+      ++i;
+      continue;
+    }
+    size_t j = i + 1;
+    while (j < text.size() && std::string_view("-+ 0#.0123456789").find(text[j]) != std::string_view::npos) ++j;
+    specs.push_back(text.substr(i, j - i + 1));
+    i = j;
+  }
+  return specs;
+}
+
+class LaserStrsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetMessages();
+    SetHost(&FApp);
+    FProc = FApp.RegisterLocaleProc(MessagesLocaleProc);
+  }
+  void TearDown() override {
+    FApp.UnregisterLocaleProc(FProc);
+    SetHost(nullptr);
+    ResetMessages();
+  }
+
+  std::shared_ptr<refhost::TIniLocaleResource> LoadEnglish() {
+    auto locale = std::make_shared<refhost::TIniLocaleResource>();
+    std::string error;
+    EXPECT_TRUE(locale->Load(kEnglishFile.string(), error)) << error;
+    return locale;
+  }
+
+  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
+  refhost::TRefApp FApp{FSink};
+  int FProc = 0;
+};
+
+TEST_F(LaserStrsTest, WithoutALocaleEveryMessageIsItsBuiltInText) {
+  FApp.SetLocale(nullptr);                                          // runs the locale procedure with no resource
+  FApp.SetLocale(std::make_shared<refhost::TIniLocaleResource>());  // a resource that was never loaded
+  for (int i = 0; i < kMessageCount; ++i) EXPECT_EQ(Msg(i).Text(), MessageDefault(Msg(i).Id)) << Msg(i).Name();
+  EXPECT_EQ(std::string(SLaserAlarm), " 激光器报警");
+  EXPECT_EQ(std::string(SLaserConnectedFail), "激光器串口/网络连接失败.");
+  EXPECT_EQ(std::string(SParamInvaild), "激光器设置参数超过设备限制");
+}
+
+TEST_F(LaserStrsTest, EnglishFileHoldsEveryMessageExactlyOnce) {
+  const auto lines = ReadEnglishLines();
+  std::map<std::string, int> seen;
+  for (const auto& [key, text] : lines) ++seen[key];
+  for (int i = 0; i < kMessageCount; ++i) {
+    EXPECT_EQ(seen[Msg(i).Name()], 1) << Msg(i).Name();
+    seen.erase(Msg(i).Name());
+  }
+  for (const auto& [key, count] : seen) ADD_FAILURE() << "not a message of the table: " << key;
+  EXPECT_EQ(lines.size(), static_cast<size_t>(kMessageCount));
+}
+
+TEST_F(LaserStrsTest, EnglishTextsKeepThePlaceholdersOfTheBuiltInTexts) {
+  size_t withPlaceholders = 0;
+  for (const auto& [key, text] : ReadEnglishLines()) {
+    int index = -1;
+    for (int i = 0; i < kMessageCount; ++i)
+      if (key == Msg(i).Name()) index = i;
+    ASSERT_GE(index, 0) << key;
+    const auto builtIn = Placeholders(MessageDefault(Msg(index).Id));
+    EXPECT_EQ(Placeholders(text), builtIn) << key << "=" << text;
+    if (!builtIn.empty()) ++withPlaceholders;
+  }
+  EXPECT_EQ(withPlaceholders, 10u);  // the messages that carry numbers, so the check above is not vacuous
+  EXPECT_EQ(Placeholders("a %.2f / %d, 100%% %s"), (std::vector<std::string>{"%.2f", "%d", "%s"}));
+}
+
+TEST_F(LaserStrsTest, EnglishLocaleReplacesEveryMessage) {
+  FApp.SetLocale(LoadEnglish());
+  for (int i = 0; i < kMessageCount; ++i) {
+    const std::string text = Msg(i).Text();
+    const std::string builtIn = MessageDefault(Msg(i).Id);
+    EXPECT_FALSE(text.empty()) << Msg(i).Name();
+    EXPECT_TRUE(IsAscii(text)) << Msg(i).Name() << " is not translated: " << text;
+    if (!IsAscii(builtIn)) {
+      EXPECT_NE(text, builtIn) << Msg(i).Name();
+    }
+  }
+  // The alarm text is appended right after the laser model: its leading blank separates the two.
+  EXPECT_EQ("YLR-1000" + SLaserAlarm.Text(), "YLR-1000 laser alarm");
+  EXPECT_EQ(SLaserConnectedFail.Text(), "Laser connection failed (serial/network).");
+
+  // Switching back to no locale leaves the texts as they are; resetting restores the built-in ones.
+  FApp.SetLocale(nullptr);
+  EXPECT_EQ(SLaser.Text(), "Laser");
+  ResetMessages();
+  EXPECT_EQ(SLaser.Text(), "激光器");
+}
+
+TEST_F(LaserStrsTest, PartialLocaleChangesOnlyItsKeys) {
+  auto partial = std::make_shared<refhost::TIniLocaleResource>();
+  std::string error;
+  ASSERT_TRUE(
+      partial->LoadText("[Device_Strs]\nSWarning=Achtung Laser\nSSetDiodeParamsInValid=Ungueltig: %.2f\n"
+                        "[Other]\nSLaser=not ours\n",
+                        "partial.ini", error))
+      << error;
+  FApp.SetLocale(partial);
+  EXPECT_EQ(SWarning.Text(), "Achtung Laser");
+  EXPECT_EQ(SSetDiodeParamsInValid.Text(), "Ungueltig: %.2f");
+  for (int i = 0; i < kMessageCount; ++i) {
+    if (Msg(i).Id == EMsg::SWarning || Msg(i).Id == EMsg::SSetDiodeParamsInValid) continue;
+    EXPECT_EQ(Msg(i).Text(), MessageDefault(Msg(i).Id)) << Msg(i).Name();
+  }
+
+  // A later partial file changes its keys and keeps what the earlier one set.
+  FApp.SetLocale(LoadEnglish());
+  auto second = std::make_shared<refhost::TIniLocaleResource>();
+  ASSERT_TRUE(second->LoadText("[Device_Strs]\nSLaser=Source\n", "second.ini", error)) << error;
+  FApp.SetLocale(second);
+  EXPECT_EQ(SLaser.Text(), "Source");
+  EXPECT_EQ(SWarning.Text(), "Laser warning");
+}
+
+TEST_F(LaserStrsTest, ReadingWhileTheLocaleIsReloadedIsSafe) {
+  auto english = LoadEnglish();
+  std::vector<std::set<std::string>> allowed(kMessageCount);
+  for (int i = 0; i < kMessageCount; ++i) allowed[i].insert(MessageDefault(Msg(i).Id));
+  FApp.SetLocale(english);
+  for (int i = 0; i < kMessageCount; ++i) allowed[i].insert(Msg(i).Text());
+  ResetMessages();
+
+  std::atomic<int> unexpected{0};
+  std::atomic<long> reads{0};
+  {
+    std::vector<std::jthread> readers;
+    for (int t = 0; t < 3; ++t)
+      readers.emplace_back([&](std::stop_token stop) {
+        while (!stop.stop_requested())
+          for (int i = 0; i < kMessageCount; ++i) {
+            if (!allowed[i].contains(Msg(i).Text())) ++unexpected;
+            ++reads;
+          }
+      });
+    for (int round = 0; round < 200; ++round) {
+      if (round % 2 == 0)
+        FApp.SetLocale(english);
+      else
+        ResetMessages();
+    }
+  }  // the readers are stopped and joined here
+  EXPECT_EQ(unexpected.load(), 0);
+  EXPECT_GT(reads.load(), 0);
+}
+
+}  // namespace
+}  // namespace devlaser
