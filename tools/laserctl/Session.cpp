@@ -120,11 +120,11 @@ bool TSession::LoadPlugin() {
 
   if (!FOptions.LocaleFile.empty()) {
     auto locale = std::make_shared<refhost::TIniLocaleResource>();
-    std::string error;
-    if (locale->Load(FOptions.LocaleFile, error))
+    std::string localeError;
+    if (locale->Load(FOptions.LocaleFile, localeError))
       FApp.SetLocale(std::move(locale));  // runs the plug-in's locale procedure: its texts are reloaded
     else
-      Report(nchost::msgtype::kWarning, error + "; operator messages keep their built-in texts");
+      Report(nchost::msgtype::kWarning, localeError + "; operator messages keep their built-in texts");
   }
   return true;
 }
