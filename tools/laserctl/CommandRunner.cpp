@@ -19,7 +19,10 @@ class TCommandFailure : public std::runtime_error {
 }  // namespace
 
 bool TCommandRunner::Run(const TCommand& command) {
-  FPrinter.Command(CommandText(command));
+  // Commands that print a result are shown by their result; the others are echoed to mark the time line.
+  const bool printsResult = command.Kind == TCommandKind::Status || command.Kind == TCommandKind::Alarms ||
+                            command.Kind == TCommandKind::Exec || command.Kind == TCommandKind::Watch;
+  if (!printsResult) FPrinter.Command(CommandText(command));
   try {
     Execute(command);
     return true;

@@ -24,7 +24,7 @@ void TPrinter::Alarms(const std::vector<TAlarmLine>& alarms) {
     return;
   }
   for (const auto& alarm : alarms)
-    Line(Stamp() + " alarm " + std::to_string(alarm.Id) + (alarm.Raised ? " RAISED " : " clear  ") + alarm.Desc);
+    Line(Stamp() + " alarm " + std::to_string(alarm.Id) + (alarm.Raised ? " RAISED: " : " clear: ") + alarm.Desc);
 }
 
 void TPrinter::Exec(int32_t cmd, int32_t result) {

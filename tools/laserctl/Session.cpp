@@ -84,14 +84,12 @@ bool TSession::SetUpHost() {
 }
 
 bool TSession::LoadPlugin() {
-  std::vector<std::string> candidates;
-  if (!FOptions.LibFile.empty())
-    candidates.push_back(FOptions.LibFile);
-  else
-    candidates = TPluginLibrary::DefaultCandidates(refhost::TRefApp::ExecutableDir());
-
-  // The first candidate that exists is the plug-in: when it is refused, looking further would hide why.
-  std::string path;
+  // A plug-in named with --lib is taken as it is (dlopen also searches the library path for a bare name).
+  // Otherwise the first default candidate that exists is the plug-in: when it is refused, looking further would
+  // hide why.
+  std::string path = FOptions.LibFile;
+  const std::vector<std::string> candidates =
+      path.empty() ? TPluginLibrary::DefaultCandidates(refhost::TRefApp::ExecutableDir()) : std::vector<std::string>{};
   for (const auto& candidate : candidates) {
     std::error_code ec;
     if (std::filesystem::exists(candidate, ec)) {

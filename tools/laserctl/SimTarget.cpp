@@ -21,9 +21,13 @@ std::string_view ModelKey(std::string_view model) {
   return {};
 }
 
+// The family as people name it, by TEnumLaserType ordinal.
+constexpr std::array<std::string_view, devlaser::kLaserTypeCount> kFamilyNames = {
+    "unconfigured", "CO2",  "IPG",    "Raycus", "Trumpf",         "GSI",   "JK",   "Max", "Meiman", "SPI", "Rofin",
+    "CAS",          "Mars", "nLight", "LPing",  "Optical Valley", "other", "Zorun"};
+
 std::string FamilyName(devlaser::TEnumLaserType type) {
-  std::string name = devlaser::LaserTypeName(type);
-  return name.starts_with("elt") ? name.substr(3) : name;
+  return type < kFamilyNames.size() ? std::string(kFamilyNames[type]) : "unknown";
 }
 
 TSimLink LinkOf(devlaser::TDataTransType transport) {
