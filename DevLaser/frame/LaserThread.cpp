@@ -51,6 +51,11 @@ void TLaserThread::Stop() {
   if (FThread.joinable() && FThread.get_id() == std::this_thread::get_id()) FThread.detach();
 }
 
+bool TLaserThread::Terminated() const {
+  std::lock_guard lock(FMutex);
+  return FSource.stop_requested();
+}
+
 bool TLaserThread::Running() const {
   std::lock_guard lock(FMutex);
   return FRunning;

@@ -35,7 +35,7 @@ class TLaserThread {
   // Terminate, then Join.
   void Stop();
 
-  bool Terminated() const { return FSource.stop_requested(); }
+  bool Terminated() const;
   // True from Start until the body has returned.
   bool Running() const;
 

@@ -1,0 +1,177 @@
+#include "core/DefaultLaser.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "core/LaserLifetime.h"
+#include "support/LaserHostFixture.h"
+
+namespace devlaser {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+using refhost::TIOOp;
+
+constexpr int32_t kReadyPort = 3;
+constexpr int32_t kGatePort = 4;
+
+class TDefaultLaserTest : public testing::TLaserHostFixture {
+ protected:
+  void SetUp() override {
+    TLaserHostFixture::SetUp();
+    FParams.CfgOther.ShutterReady = kReadyPort;
+    FParams.CfgOther.ShutterReadyDelay = 20;
+    FParams.DefParams.CtrlPort = kGatePort;
+  }
+  std::shared_ptr<TDefaultLaser> Make() { return MakeLaser<TDefaultLaser>(FParams, FIO); }
+  // The output switchings, in order.
+  std::vector<std::string> OutputLines() const {
+    std::vector<std::string> out;
+    for (const auto& w : WritesOf(TIOOp::SetOutputbit)) out.push_back(w.Line());
+    return out;
+  }
+  bool EmissionComesOn(TDefaultLaser& laser) {
+    return Eventually([&] { return laser.GetIsEmissionOn(); });
+  }
+};
+
+TEST_F(TDefaultLaserTest, EmissionIsOnOnlyOnceTheHandshakeHasFinished) {
+  FParams.CfgOther.ShutterReadyDelay = 600000;
+  auto slow = Make();
+  slow->EmissionOn();
+  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == kReadyPort; }, 5s));
+  EXPECT_TRUE(slow->SequenceRunning());
+  EXPECT_FALSE(slow->GetIsEmissionOn());  // still in the ready delay
+  slow.reset();
+
+  FParams.CfgOther.ShutterReadyDelay = 20;
+  auto laser = Make();
+  FIO->ClearWrites();
+  auto start = Clock::now();
+  laser->EmissionOn();
+  ASSERT_TRUE(EmissionComesOn(*laser));
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
+  auto writes = WritesOf(TIOOp::SetOutputbit);
+  EXPECT_GE(writes[1].Time - writes[0].Time, 20ms);
+  EXPECT_GE(Clock::now() - start, 20ms);
+  // A query puts the signal back: asking twice answers the same.
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+}
+
+TEST_F(TDefaultLaserTest, EmissionOffSwitchesBothOutputsAndTakesTheSignalAway) {
+  auto laser = Make();
+  laser->EmissionOn();
+  ASSERT_TRUE(EmissionComesOn(*laser));
+  FIO->ClearWrites();
+  laser->EmissionOff();
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, False", "SetOutputbit: 4, False"));
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+
+  laser->EmissionOn();  // a second handshake after the first has ended
+  EXPECT_TRUE(EmissionComesOn(*laser));
+}
+
+TEST_F(TDefaultLaserTest, RequestsDuringAHandshakeStartNoSecondOne) {
+  FParams.CfgOther.ShutterReadyDelay = 100;
+  auto laser = Make();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  laser->EmissionOn();
+  laser->ExecuteCmd(5, 0);
+  ASSERT_TRUE(EmissionComesOn(*laser));
+  EXPECT_FALSE(laser->SequenceRunning());
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
+}
+
+TEST_F(TDefaultLaserTest, AReadyDelayOfZeroStillSwitchesReadyBeforeTheGate) {
+  FParams.CfgOther.ShutterReadyDelay = 0;
+  auto laser = Make();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  ASSERT_TRUE(EmissionComesOn(*laser));
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
+}
+
+TEST_F(TDefaultLaserTest, WithoutHandshakePortsEmissionIsTheCommandedFlag) {
+  FParams.CfgOther.ShutterReady = 0;
+  FParams.DefParams.CtrlPort = 0;
+  auto laser = Make();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+  laser->EmissionOff();
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+  EXPECT_TRUE(OutputLines().empty());
+}
+
+TEST_F(TDefaultLaserTest, AGateWithoutReadyPortOpensAtOnce) {
+  FParams.CfgOther.ShutterReady = 0;
+  auto laser = Make();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  ASSERT_TRUE(EmissionComesOn(*laser));
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 4, True"));
+  FIO->SetOutputbit(kGatePort, false);  // the gate output dropped: emission reads off
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+}
+
+TEST_F(TDefaultLaserTest, SwitchingOffDuringTheReadyDelayDoesNotCancelTheHandshake) {
+  // The laser's own handshake completes; emission then reads on again.
+  FParams.CfgOther.ShutterReadyDelay = 400;  // well beyond the 100 ms that switching off waits
+  auto laser = Make();
+  laser->EmissionOn();
+  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == kReadyPort; }, 5s));
+  laser->EmissionOff();
+  EXPECT_TRUE(EmissionComesOn(*laser));
+  EXPECT_TRUE(FIO->GetOutputBit(kGatePort));
+}
+
+TEST_F(TDefaultLaserTest, FreeingTheLaserMidHandshakeStopsItPromptlyAndSwitchesOff) {
+  FParams.CfgOther.ShutterReadyDelay = 600000;
+  auto laser = Make();
+  laser->EmissionOn();
+  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == kReadyPort && w.Value; }, 5s));
+  auto start = Clock::now();
+  laser.reset();
+  EXPECT_LT(Clock::now() - start, 5s);
+  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 3, False", "SetOutputbit: 4, False"));
+  EXPECT_FALSE(FIO->GetOutputBit(kReadyPort));
+  EXPECT_FALSE(FIO->GetOutputBit(kGatePort));
+}
+
+TEST_F(TDefaultLaserTest, ALaserShutDownWhileTheHostHoldsItOpensNoGate) {
+  auto laser = Make();
+  laser->Shutdown();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  EXPECT_FALSE(laser->SequenceRunning());
+  EXPECT_TRUE(OutputLines().empty());
+}
+
+TEST_F(TDefaultLaserTest, QueriesFromAnotherThreadWhileHandshakesRun) {
+  auto laser = Make();
+  std::atomic<bool> stop{false};
+  std::thread display([&] {
+    while (!stop.load()) {
+      (void)laser->GetIsEmissionOn();
+      (void)laser->GetDiodeCurrent();
+      std::this_thread::sleep_for(1ms);
+    }
+  });
+  for (int i = 0; i < 5; ++i) {
+    laser->EmissionOn();
+    EXPECT_TRUE(EmissionComesOn(*laser));
+    laser->EmissionOff();
+  }
+  stop = true;
+  display.join();
+}
+
+}  // namespace
+}  // namespace devlaser

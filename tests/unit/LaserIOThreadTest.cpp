@@ -1,0 +1,155 @@
+#include "core/LaserIOThread.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "support/LaserHostFixture.h"
+
+namespace devlaser {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Clock = std::chrono::steady_clock;
+
+class TLaserIOThreadTest : public testing::TLaserHostFixture {
+ protected:
+  // As an owner does: the terminate semaphore is held while the sequence runs, the finish signal starts unset.
+  void SetUp() override {
+    TLaserHostFixture::SetUp();
+    ASSERT_TRUE(FTerminated->TryAcquire());
+    FSequence = std::make_unique<TLaserIOThread>(FTerminated);
+    FSequence->SetCtrlExtIO(FIO);
+    FSequence->SetFinishSemaphore(FFinished);
+  }
+  void TearDown() override {
+    FSequence.reset();
+    TLaserHostFixture::TearDown();
+  }
+
+  std::shared_ptr<TLaserSemaphore> FTerminated = std::make_shared<TLaserSemaphore>(1, 1);
+  std::shared_ptr<TLaserSemaphore> FFinished = std::make_shared<TLaserSemaphore>(0, 1);
+  std::unique_ptr<TLaserIOThread> FSequence;
+};
+
+TEST_F(TLaserIOThreadTest, AnEmptySequenceFinishesAtOnce) {
+  ASSERT_TRUE(FSequence->Start());
+  EXPECT_TRUE(FFinished->AcquireFor(5s));
+  EXPECT_TRUE(FTerminated->AcquireFor(5s));
+  EXPECT_FALSE(FSequence->Start());  // a sequence runs once
+}
+
+TEST_F(TLaserIOThreadTest, AnInputThatNeverComesEndsItsStepAtTheTimeOut) {
+  FSequence->AddOutport(6, true);
+  FSequence->AddDelay(50);
+  FSequence->AddInport(7, true, 30);
+  FSequence->AddOutport(8, true);
+  auto start = Clock::now();
+  ASSERT_TRUE(FSequence->Start());
+  ASSERT_TRUE(FFinished->AcquireFor(10s));
+  // Lower bounds only: the delay, the time-out and the settling pauses all passed.
+  EXPECT_GE(Clock::now() - start, 50ms + 30ms + 3 * std::chrono::milliseconds(TLaserIOThread::kSettleMs));
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 6, True", "SetOutputbit: 8, True"));
+  EXPECT_TRUE(FTerminated->AcquireFor(5s));
+}
+
+TEST_F(TLaserIOThreadTest, AnAwaitedInputEndsItsStepWhenItArrives) {
+  FSequence->AddInport(7, true, 600000);
+  FSequence->AddOutport(8, true);
+  ASSERT_TRUE(FSequence->Start());
+  std::this_thread::sleep_for(20ms);
+  EXPECT_TRUE(WriteLines().empty());
+  FIO->SetInput(7, true);
+  EXPECT_TRUE(FFinished->AcquireFor(10s));
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 8, True"));
+}
+
+TEST_F(TLaserIOThreadTest, DelaysOutOfRangeAreSkipped) {
+  FSequence->AddDelay(600001);
+  FSequence->AddDelay(-1);
+  FSequence->AddOutport(8, true);
+  ASSERT_TRUE(FSequence->Start());
+  EXPECT_TRUE(FFinished->AcquireFor(10s));
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 8, True"));
+}
+
+TEST_F(TLaserIOThreadTest, AnInputTimeOutOutOfRangeWaitsTheLongestTime) {
+  FSequence->AddInport(3, true, -1);  // clamped to ten minutes, not skipped
+  FSequence->AddOutport(8, true);
+  ASSERT_TRUE(FSequence->Start());
+  EXPECT_FALSE(FFinished->AcquireFor(100ms));
+  EXPECT_TRUE(FSequence->Running());
+  FSequence->Stop();
+  EXPECT_THAT(WriteLines(), IsEmpty());
+  EXPECT_TRUE(FTerminated->TryAcquire());
+  EXPECT_FALSE(FFinished->TryAcquire());
+}
+
+TEST_F(TLaserIOThreadTest, TerminatingDuringALongDelayEndsPromptlyWithoutTheFinishSignal) {
+  FSequence->AddOutport(6, true);
+  FSequence->AddDelay(600000);
+  FSequence->AddOutport(8, true);
+  ASSERT_TRUE(FSequence->Start());
+  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == 6; }, 5s));
+  auto stopStart = Clock::now();
+  FSequence->Stop();
+  EXPECT_LT(Clock::now() - stopStart, 5s);  // ten minutes would fail this, a busy machine would not
+  EXPECT_FALSE(FSequence->Running());
+  EXPECT_TRUE(FTerminated->TryAcquire());
+  EXPECT_FALSE(FTerminated->TryAcquire());  // released once only
+  EXPECT_FALSE(FFinished->TryAcquire());
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 6, True"));
+}
+
+TEST_F(TLaserIOThreadTest, FreeingARunningSequenceStopsAndJoinsIt) {
+  FSequence->AddDelay(600000);
+  ASSERT_TRUE(FSequence->Start());
+  FSequence.reset();
+  EXPECT_TRUE(FTerminated->TryAcquire());
+  EXPECT_FALSE(FFinished->TryAcquire());
+}
+
+TEST_F(TLaserIOThreadTest, ManySequencesSignalTheirOwnersConcurrently) {
+  // Several owners, several sequences, one IO extension: every end is signalled exactly once.
+  constexpr int kCount = 8;
+  auto allDone = std::make_shared<TLaserSemaphore>(0, kCount);
+  auto allEnded = std::make_shared<TLaserSemaphore>(0, kCount);
+  std::vector<std::unique_ptr<TLaserIOThread>> sequences;
+  for (int i = 0; i < kCount; ++i) {
+    auto s = std::make_unique<TLaserIOThread>(allEnded);
+    s->SetCtrlExtIO(FIO);
+    s->SetFinishSemaphore(allDone);
+    s->AddOutport(10 + i, true);
+    s->AddDelay(5);
+    s->AddInport(10 + i, true, 5000);
+    FIO->SetInput(static_cast<uint8_t>(10 + i), true);  // the laser answers at once
+    sequences.push_back(std::move(s));
+  }
+  for (auto& s : sequences) ASSERT_TRUE(s->Start());
+  for (int i = 0; i < kCount; ++i) {
+    EXPECT_TRUE(allDone->AcquireFor(10s));
+    EXPECT_TRUE(allEnded->AcquireFor(10s));
+  }
+  EXPECT_EQ(allDone->Count(), 0);
+  EXPECT_EQ(WriteLines().size(), static_cast<size_t>(kCount));
+}
+
+TEST(LaserSemaphore, CountsStayWithinTheirMaximum) {
+  TLaserSemaphore signal(0, 1);
+  EXPECT_FALSE(signal.TryAcquire());
+  EXPECT_TRUE(signal.Release());
+  EXPECT_FALSE(signal.Release());  // already set: stays set once
+  EXPECT_TRUE(signal.TryAcquire());
+  EXPECT_FALSE(signal.TryAcquire());
+  EXPECT_FALSE(signal.AcquireFor(1ms));
+  std::thread releaser([&] { signal.Release(); });
+  EXPECT_TRUE(signal.AcquireFor(10s));
+  releaser.join();
+}
+
+}  // namespace
+}  // namespace devlaser

@@ -1,0 +1,280 @@
+#include "core/NcLaser.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+#include "core/LaserLifetime.h"
+#include "frame/LaserComm.h"
+#include "frame/LaserStrs.h"
+#include "support/LaserHostFixture.h"
+
+namespace devlaser {
+namespace {
+
+using refhost::TIOOp;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// The base with its one abstract query answered, and a record of the operations the command table reached.
+class TRecordingLaser : public TNcLaser {
+ public:
+  using TNcLaser::AlarmResetRequested;
+  using TNcLaser::TNcLaser;
+  std::shared_ptr<std::vector<std::string>> Calls = std::make_shared<std::vector<std::string>>();
+  bool ThrowOnEmissionOff = false;
+
+  bool GetIsLaserOn() override { return false; }
+  void PowerOn() override { Calls->push_back("PowerOn"); }
+  void SetLaserMode(int32_t mode) override { Calls->push_back("SetLaserMode " + std::to_string(mode)); }
+  void LaserOn() override {
+    Calls->push_back(IsPreparing() ? "LaserOn preparing" : "LaserOn");
+    TNcLaser::LaserOn();
+  }
+  void LaserOff() override {
+    Calls->push_back("LaserOff");
+    TNcLaser::LaserOff();
+  }
+  void EmissionOff() override {
+    Calls->push_back("EmissionOff");
+    if (ThrowOnEmissionOff) throw std::runtime_error("gate output stuck");
+    TNcLaser::EmissionOff();
+  }
+};
+
+class TNcLaserTest : public testing::TLaserHostFixture {
+ protected:
+  std::shared_ptr<TRecordingLaser> Make() { return MakeLaser<TRecordingLaser>(FParams, FIO); }
+};
+
+TEST(RoundHalfEven, HalvesGoToTheEvenNeighbour) {
+  EXPECT_EQ(RoundHalfEven(42.5), 42);
+  EXPECT_EQ(RoundHalfEven(43.5), 44);
+  EXPECT_EQ(RoundHalfEven(-2.5), -2);
+  EXPECT_EQ(RoundHalfEven(-3.5), -4);
+  EXPECT_EQ(RoundHalfEven(2.4999), 2);
+  EXPECT_EQ(RoundHalfEven(2.5001), 3);
+  EXPECT_EQ(RoundHalfEven(std::nan("")), 0);
+  EXPECT_EQ(RoundHalfEven(1e12), std::numeric_limits<int32_t>::max());
+  EXPECT_EQ(RoundHalfEven(-1e12), std::numeric_limits<int32_t>::min());
+}
+
+TEST_F(TNcLaserTest, RatioStepsUseTheParameterOrTheSmallestStep) {
+  auto laser = Make();
+  laser->SetPwmRatio(0.5);
+  laser->ExecuteCmd(12, 0.001);
+  EXPECT_NEAR(laser->GetPwmRatio(), 0.49, 1e-9);
+  laser->ExecuteCmd(12, 0.05);
+  EXPECT_NEAR(laser->GetPwmRatio(), 0.44, 1e-9);
+  laser->ExecuteCmd(13, 0);
+  EXPECT_NEAR(laser->GetPwmRatio(), 0.45, 1e-9);
+  laser->ExecuteCmd(11, 0.8);
+  EXPECT_NEAR(FIO->GetPwmRatio(laser->PwmPort()), 0.8, 1e-9);
+}
+
+TEST_F(TNcLaserTest, DiodeCurrentNudgesMoveThePwmRatio) {
+  // Commands 22/23 start from the diode current (100 in the base) but set the PWM ratio.
+  auto laser = Make();
+  laser->SetDiodeCurrent(40);
+  laser->ExecuteCmd(22, 0.5);
+  EXPECT_DOUBLE_EQ(laser->GetCmdPwmRatio(), 99.0);
+  laser->ExecuteCmd(23, 2.5);
+  EXPECT_DOUBLE_EQ(laser->GetCmdPwmRatio(), 102.5);
+  EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 40.0);
+
+  laser->ExecuteCmd(20, 0.35);
+  EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 35.0);
+  laser->ExecuteCmd(21, 61);
+  EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 61.0);
+}
+
+TEST_F(TNcLaserTest, RoundedCommandsRoundHalvesToEven) {
+  auto laser = Make();
+  laser->SetPwmRatio(0.5);
+  EXPECT_EQ(laser->ExecuteCmd(18, 85), 42);
+  EXPECT_EQ(laser->ExecuteCmd(18, 87), 44);
+
+  laser->ExecuteCmd(14, 2500.5);
+  EXPECT_EQ(laser->GetCmdPwmFreq(), 2500);
+  EXPECT_EQ(laser->GetPwmFreq(), 2500);
+  laser->ExecuteCmd(17, 2.5);
+  laser->ExecuteCmd(17, 3.5);
+  EXPECT_THAT(*laser->Calls, ElementsAre("SetLaserMode 2", "SetLaserMode 4"));
+}
+
+TEST_F(TNcLaserTest, QueriesAndUnknownCommandsChangeNothing) {
+  auto laser = Make();
+  FIO->ClearWrites();
+  laser->Calls->clear();
+  EXPECT_EQ(laser->ExecuteCmd(2101, 0), 1);
+  EXPECT_EQ(laser->ExecuteCmd(2102, 0), 100);
+  for (int32_t cmd : {7, 8, 9, 10, 15, 16, 19, 24, 27, 99, -1, 2100}) EXPECT_EQ(laser->ExecuteCmd(cmd, 1.0), 0) << cmd;
+  EXPECT_THAT(FIO->Writes(), IsEmpty());
+  EXPECT_THAT(*laser->Calls, IsEmpty());
+}
+
+TEST_F(TNcLaserTest, SwitchingCommandsReachTheOperations) {
+  auto laser = Make();
+  laser->ExecuteCmd(5, 0);
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+  laser->ExecuteCmd(6, 0);  // toggles off
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+  laser->ExecuteCmd(6, 0);  // and on again
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+  laser->ExecuteCmd(4, 0);
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+
+  laser->Calls->clear();
+  laser->ExecuteCmd(1, 0);
+  EXPECT_TRUE(laser->GetIsCmdLaserOn());
+  laser->ExecuteCmd(0, 0);
+  EXPECT_FALSE(laser->GetIsCmdLaserOn());
+  laser->ExecuteCmd(25, 0);
+  laser->ExecuteCmd(26, 0);
+  EXPECT_THAT(*laser->Calls, ElementsAre("LaserOn", "LaserOff", "PowerOn", "LaserOn preparing"));
+  EXPECT_TRUE(laser->GetIsCmdLaserOn());
+}
+
+TEST_F(TNcLaserTest, AimingFollowsThePolarityOfItsOutput) {
+  FParams.DefParams.AimingPort = 5;
+  FParams.DefParams.AimingLowActive = true;
+  auto laser = Make();
+  laser->ExecuteCmd(3, 0);
+  EXPECT_FALSE(FIO->GetOutputBit(5));
+  EXPECT_TRUE(laser->GetIsAimingOn());
+  laser->ExecuteCmd(2, 0);
+  EXPECT_TRUE(FIO->GetOutputBit(5));
+  EXPECT_FALSE(laser->GetIsAimingOn());
+
+  FParams.DefParams.AimingLowActive = false;
+  auto highActive = Make();
+  highActive->SetAimingOn(true);
+  EXPECT_TRUE(FIO->GetOutputBit(5));
+  EXPECT_TRUE(highActive->GetIsAimingOn());
+}
+
+struct TRecordingAlarmTable : nchost::INcAlarmTable20 {
+  std::vector<std::pair<int32_t, nchost::TNcAlarmDef>> Registered;
+  void RegisterAlarm(int32_t id, const nchost::TNcAlarmDef& def) override { Registered.emplace_back(id, def); }
+};
+
+TEST_F(TNcLaserTest, AlarmConventions) {
+  FParams.Model = "FL-2000";
+  auto laser = Make();
+  TRecordingAlarmTable table;
+  laser->RegisterAlarms(table);
+  ASSERT_EQ(table.Registered.size(), 1u);
+  EXPECT_EQ(table.Registered[0].first, 1);
+  EXPECT_THAT(table.Registered[0].second.Words, ElementsAre(72, 0, 0, 0, 0, 0, 0, 0));
+
+  EXPECT_EQ(laser->GetAlarmIDPrefix(), "LaserAlarmDef");
+  EXPECT_EQ(laser->GetAlarmDesc(1), "FL-2000" + SLaserAlarm.Text());
+  EXPECT_EQ(laser->GetAlarmDesc(511), "FL-2000" + SLaserDiodeSetErr.Text());
+  EXPECT_EQ(laser->GetAlarmDesc(2), "");
+}
+
+TEST_F(TNcLaserTest, CurrentToVoltageClampsToTheDaRange) {
+  FParams.DefParams.DA.MaxVoltage = 10.0;
+  FParams.DefParams.DA.DAPort = 259;  // only the low byte reaches the IO extension
+  auto laser = Make();
+  EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(1.2), 10.0);
+  EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(-0.1), 0.0);
+  EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(0.45), 4.5);
+  EXPECT_EQ(laser->GetCurrentDAPort(), 3);
+}
+
+TEST_F(TNcLaserTest, StartsWithPwmDisabledAtTheConfiguredFrequencyAndRatio) {
+  FParams.DefParams.PWM.Frequency = 2000;
+  FParams.DefParams.PWM.Ratio = 0.25;
+  auto laser = Make();
+  EXPECT_THAT(WriteLines(), ElementsAre("SetPwmEn: 1, False", "SetPwmFreq: 1, 2000.000", "SetPwmRatio: 1, 0.250"));
+  EXPECT_EQ(laser->GetPwmFreq(), 2000);
+  EXPECT_FALSE(laser->GetIsCmdLaserOn());
+}
+
+TEST_F(TNcLaserTest, TakesTheFirstPwmChannelTheIoExtensionHas) {
+  refhost::TSimIOPorts ports = refhost::TSimIOPorts::Default();
+  ports.Pwm = refhost::TSimIOPorts::Range(3, 4);
+  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
+  EXPECT_EQ(Make()->PwmPort(), 3);
+
+  ports.Pwm.reset();  // none at all: channel 1
+  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
+  EXPECT_EQ(Make()->PwmPort(), 1);
+
+  ports.Pwm = refhost::TSimIOPorts::Range(4, 4);
+  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
+  SetHost(nullptr);  // without a host there is no device numbering: channel 1
+  EXPECT_EQ(Make()->PwmPort(), 1);
+}
+
+TEST_F(TNcLaserTest, WithoutIoASimulatedBoardIsCreatedOnceWhoeverAsksFirst) {
+  auto laser = MakeLaser<TRecordingLaser>(FParams, nullptr);
+  ASSERT_TRUE(laser);
+  std::shared_ptr<nchost::ICtrlExtIO> seen[2];
+  std::thread other([&] { seen[0] = laser->GetCtrlExtIO(); });
+  seen[1] = laser->GetCtrlExtIO();
+  other.join();
+  EXPECT_EQ(seen[0], seen[1]);
+  EXPECT_NE(dynamic_cast<TSimIOExtBoard*>(seen[1].get()), nullptr);
+  EXPECT_FALSE(laser->GetIsAimingOn());  // the board reads zeros
+}
+
+TEST_F(TNcLaserTest, FreeingALaserSwitchesItOffFirstAndOnlyOnce) {
+  auto laser = Make();
+  laser->EmissionOn();
+  laser->LaserOn();
+  auto calls = laser->Calls;
+  calls->clear();
+  laser->Shutdown();  // as the library does while the host may still hold the laser
+  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+  laser.reset();
+  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
+
+  auto second = Make();
+  calls = second->Calls;
+  calls->clear();
+  second.reset();
+  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
+}
+
+TEST_F(TNcLaserTest, AFailingSwitchOffIsReportedNotThrown) {
+  auto laser = Make();
+  laser->ThrowOnEmissionOff = true;
+  auto calls = laser->Calls;
+  calls->clear();
+  EXPECT_NO_THROW(laser.reset());
+  EXPECT_TRUE(FSink->Contains("gate output stuck"));
+  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));  // the enable still goes off
+}
+
+class TUnbuildableLaser : public TRecordingLaser {
+ public:
+  using TRecordingLaser::TRecordingLaser;
+  void Create() override { throw std::runtime_error("no such board"); }
+};
+
+TEST_F(TNcLaserTest, ACreationFailureGivesNoLaserAndAMessage) {
+  EXPECT_EQ(MakeLaser<TUnbuildableLaser>(FParams, FIO), nullptr);
+  EXPECT_TRUE(FSink->Contains("no such board"));
+}
+
+TEST_F(TNcLaserTest, StopSwitchesTheLaserOffAndResetRequestOnlyFor511) {
+  auto laser = Make();
+  laser->LaserOn();
+  laser->Stop(0);
+  EXPECT_FALSE(laser->GetIsCmdLaserOn());
+
+  laser->ResetAlarm(1);
+  EXPECT_FALSE(laser->AlarmResetRequested());
+  laser->ResetAlarm(511);
+  EXPECT_TRUE(laser->AlarmResetRequested());
+}
+
+}  // namespace
+}  // namespace devlaser
