@@ -10,6 +10,7 @@ using laserctltest::RunLaserctl;
 using laserctltest::TScratch;
 
 TEST(LaserctlSimTest, IpgYlrOverTcpGetsItsSimulatorOnTheConfiguredAddress) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   // An address of its own, so that tests running in parallel never share port 10001.
   const auto config = scratch.Write("ipg-tcp.json", R"({
@@ -23,6 +24,7 @@ TEST(LaserctlSimTest, IpgYlrOverTcpGetsItsSimulatorOnTheConfiguredAddress) {
 }
 
 TEST(LaserctlSimTest, IpgYlrOnASerialPortGetsAPseudoTerminalUnderThatPortNumber) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto config = scratch.Write("ipg-serial.json", R"({
     "Model": "IPG",
@@ -34,6 +36,7 @@ TEST(LaserctlSimTest, IpgYlrOnASerialPortGetsAPseudoTerminalUnderThatPortNumber)
 }
 
 TEST(LaserctlSimTest, ProtocolWithoutSimulatorIsToldAndTheCommandsStillRun) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto params = scratch.Write("zorun-udp.json", R"({
     "Model": "Zorun",
@@ -47,6 +50,7 @@ TEST(LaserctlSimTest, ProtocolWithoutSimulatorIsToldAndTheCommandsStillRun) {
 }
 
 TEST(LaserctlSimTest, HardWiredLaserNeedsNoSimulator) {
+  LASERCTL_REQUIRE_PLUGIN();
   const auto run = RunLaserctl({"--sim", "status"});
   EXPECT_EQ(run.ExitStatus, 0) << run.Err;
   EXPECT_EQ(run.Err.find("simulat"), std::string::npos) << run.Err;

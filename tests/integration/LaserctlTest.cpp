@@ -37,6 +37,7 @@ ptrdiff_t IndexOf(const std::vector<std::string>& lines, const std::string& line
 }
 
 TEST(LaserctlTest, StatusWithoutConfigurationShowsTheDefaultLasersKeys) {
+  LASERCTL_REQUIRE_PLUGIN();
   const auto run = RunLaserctl({"--json", "status"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto lines = JsonLines(run.Out);
@@ -52,6 +53,7 @@ TEST(LaserctlTest, StatusWithoutConfigurationShowsTheDefaultLasersKeys) {
 }
 
 TEST(LaserctlTest, EmissionReadsOnOnlyAfterTheReadyDelayAndTheOutputsSwitchInSequenceOrder) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto params = scratch.Write("ready-gate.json", kReadyThenGateParams);
   // The first status comes straight after emission-on, inside the 300 ms ready delay; the wait leaves the
@@ -73,6 +75,7 @@ TEST(LaserctlTest, EmissionReadsOnOnlyAfterTheReadyDelayAndTheOutputsSwitchInSeq
 }
 
 TEST(LaserctlTest, ExampleConfigurationPutsTheDiodeCurrentOnTheDAOutput) {
+  LASERCTL_REQUIRE_PLUGIN();
   const std::string config = laserctltest::SourceDir() + "/examples/default-laser.json";
   const auto run = RunLaserctl({"--config", config, "emission-on", "wait", "1200", "status", "diode", "60", "status"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
@@ -90,6 +93,7 @@ TEST(LaserctlTest, ExampleConfigurationPutsTheDiodeCurrentOnTheDAOutput) {
 }
 
 TEST(LaserctlTest, JsonOutputIsOneObjectPerLineOnBothStreams) {
+  LASERCTL_REQUIRE_PLUGIN();
   const auto run = RunLaserctl({"--json", "status", "alarms", "exec", "0", "watch", "1"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto out = JsonLines(run.Out);
@@ -117,6 +121,7 @@ TEST(LaserctlTest, JsonOutputIsOneObjectPerLineOnBothStreams) {
 }
 
 TEST(LaserctlTest, BadCommandWordsAreReportedWithTheirPositionAndTheValidOnesStillRun) {
+  LASERCTL_REQUIRE_PLUGIN();
   const auto run = RunLaserctl({"--json", "status", "frobnicate", "diode", "200", "status", "wait"});
   EXPECT_EQ(run.ExitStatus, 1);
   EXPECT_NE(run.Err.find("command word 2 \\\"frobnicate\\\" is not a command"), std::string::npos) << run.Err;
@@ -126,6 +131,7 @@ TEST(LaserctlTest, BadCommandWordsAreReportedWithTheirPositionAndTheValidOnesSti
 }
 
 TEST(LaserctlTest, MalformedConfigurationIsRefusedWithItsPositionAndNothingRuns) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto jsonFile = scratch.Write("broken.json", "{\n  \"Model\": \"Default\",\n  \"CtrlPort\": 6,,\n}\n");
   const auto xmlFile = scratch.Write("broken.xml", "<Laser>\n<Model>Default</Model>\n<CtrlPort>6</Ctrl>\n</Laser>\n");
@@ -140,6 +146,7 @@ TEST(LaserctlTest, MalformedConfigurationIsRefusedWithItsPositionAndNothingRuns)
 }
 
 TEST(LaserctlTest, ParameterRecordProblemsNameTheFieldAndTheGoodFieldsStillReachTheLaser) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto params = scratch.Write("params.json", R"({
     "Model": "Default",
@@ -168,6 +175,7 @@ TEST(LaserctlTest, ParameterRecordProblemsNameTheFieldAndTheGoodFieldsStillReach
 }
 
 TEST(LaserctlTest, LocaleFileGivesTheOperatorMessagesTheirTranslation) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto locale = scratch.Write("en.ini", "[Device_Strs]\nSUnkownLaserType=No such laser model\n");
   const auto params = scratch.Write("unknown.json", R"({"Model": "Teleporter"})");
@@ -178,6 +186,7 @@ TEST(LaserctlTest, LocaleFileGivesTheOperatorMessagesTheirTranslation) {
 }
 
 TEST(LaserctlTest, StopSignalEndsTheWaitAndStillSwitchesTheLaserOff) {
+  LASERCTL_REQUIRE_PLUGIN();
   TScratch scratch;
   const auto params = scratch.Write("ready-gate.json", kReadyThenGateParams);
   const auto start = std::chrono::steady_clock::now();
