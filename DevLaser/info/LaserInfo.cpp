@@ -3,6 +3,7 @@
 #include "core/FiberLaser.h"
 #include "ipg/Ipg500Laser.h"
 #include "ipg/IpgOtherLasers.h"
+#include "ipg/IpgYlrDriver.h"
 #include "raycus/RaycusLasers.h"
 
 namespace devlaser {
@@ -29,7 +30,15 @@ void TFiberLaserInfo::ReadAllData(nchost::ISuperObject& obj) {
 
 void TIPG500LaserInfo::ReadAllData(nchost::ISuperObject& obj) {
   TFiberLaserInfo::ReadAllData(obj);
-  if (dynamic_cast<TIPG500Laser*>(FLaser.get()) != nullptr) obj.S("LaserType", "IPG-YLR");
+  auto* laser = dynamic_cast<TIPG500Laser*>(FLaser.get());
+  if (laser == nullptr) return;
+  obj.S("LaserType", "IPG-YLR");
+  // The driver's cached words: reading them sends nothing to the laser.
+  if (const TIPGYLRDriver* driver = laser->YlrDriver()) {
+    obj.I("StateBit", driver->GetLaserState());
+    obj.I("AlarmBit", driver->GetLaserAlarm());
+    obj.I("WarningBit", driver->GetLaserWarning());
+  }
 }
 
 void TIPGYLSLaserInfo::ReadAllData(nchost::ISuperObject& obj) {

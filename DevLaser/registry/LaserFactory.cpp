@@ -76,8 +76,8 @@ bool LoadLaserLibrary(nchost::TAppSystem* app) {
 void UnloadLaserLibrary() {
   TLibrary& lib = Library();
   std::lock_guard guard(lib.Lock);
+  FreeCurrentLaser(lib);  // also one created without the registry
   if (!lib.Loaded) return;
-  FreeCurrentLaser(lib);
   if (auto* app = Host(); app != nullptr && lib.LocaleHandle >= 0) app->UnregisterLocaleProc(lib.LocaleHandle);
   lib.LocaleHandle = -1;
   lib.ParamsInit.reset();

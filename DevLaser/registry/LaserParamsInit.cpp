@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "frame/Format.h"
 #include "frame/HostServices.h"
 #include "frame/LaserStrs.h"
 
@@ -328,11 +329,17 @@ void Zorun(TLaserConfig& config, TLaserParams& params) {
     case 3:
       params.DefParams.DataTransType = dttNetTcp;
       break;
-    default:
+    case 0:
       params.DefParams.DataTransType = dttNone;
       break;
+    default:
+      // Not a transport: the laser stays without a link rather than on a guessed one, and the log says why.
+      params.DefParams.DataTransType = dttNone;
+      LogMsg(Format("Zorun CommType %d is not a transport (0 none, 1 serial, 2 UDP, 3 TCP)", z.CommType()),
+             nchost::msgtype::kLaserLog);
+      break;
   }
-  if (z.CommType() > 1) {
+  if (params.DefParams.DataTransType == dttNetUDP || params.DefParams.DataTransType == dttNetTcp) {
     params.DefParams.Net.TcpPort = z.NetPort();
     params.DefParams.Net.TcpHost = z.NetAddress();
   }

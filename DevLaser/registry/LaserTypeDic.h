@@ -19,6 +19,8 @@ class TLaserTypeDic {
   // The family of the first key (in the order they were added) that contains `model`; eltNone when none does or
   // the model is empty.
   TEnumLaserType LaserModelToLaserType(const std::string& model) const;
+  // The keys in the order they were added.
+  const std::vector<std::pair<std::string, TEnumLaserType>>& Keys() const { return FTypes; }
 
  private:
   std::vector<std::pair<std::string, TEnumLaserType>> FTypes;
