@@ -204,6 +204,7 @@ std::string TIpgYlrEngine::Switch(const std::string& mnemonic, const std::string
     FState |= ipgylr::kDigitalPowerSelect;
   } else {
     const TSwitchCommand* command = FindSwitch(mnemonic);
+    if (command == nullptr) return kUnknownCommand;
     if (command->On)
       FState |= command->Bit;
     else
