@@ -20,18 +20,24 @@ struct TLaserDeleter {
 };
 
 // Builds a laser of class T from a parameter record and the controller's IO (null: a simulated board). Returns
-// null, after logging why, when any construction step fails; a half-built laser is switched off and freed.
+// null, after logging why, when any construction step fails; a half-built laser is switched off and freed. The
+// reason also goes to `error` when one is given, so that a caller can tell the operator.
 template <class T>
-std::shared_ptr<T> MakeLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io) noexcept {
+std::shared_ptr<T> MakeLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io,
+                             std::string* error = nullptr) noexcept {
   static_assert(std::is_base_of_v<TNcLaser, T>, "MakeLaser builds lasers");
+  auto fail = [error](const char* step, const char* what) {
+    ReportLaserFailure(step, what);
+    if (error != nullptr) *error = what;
+  };
   std::shared_ptr<T> laser;
   try {
     laser = std::shared_ptr<T>(new T(params, std::move(io)), TLaserDeleter{});
   } catch (const std::exception& e) {
-    ReportLaserFailure("Create", e.what());
+    fail("Create", e.what());
     return nullptr;
   } catch (...) {
-    ReportLaserFailure("Create", "unknown exception");
+    fail("Create", "unknown exception");
     return nullptr;
   }
   try {
@@ -39,9 +45,9 @@ std::shared_ptr<T> MakeLaser(const TLaserParams& params, std::shared_ptr<nchost:
     laser->AfterConstruction();
     return laser;
   } catch (const std::exception& e) {
-    ReportLaserFailure("AfterConstruction", e.what());
+    fail("AfterConstruction", e.what());
   } catch (...) {
-    ReportLaserFailure("AfterConstruction", "unknown exception");
+    fail("AfterConstruction", "unknown exception");
   }
   return nullptr;  // dropping the last reference shuts the half-built laser down
 }

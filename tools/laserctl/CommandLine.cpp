@@ -1,0 +1,114 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <iostream>
+
+namespace laserctl {
+namespace {
+
+constexpr const char* kDescription =
+    "laserctl: drives a laser through the laser plug-in, as a controller would, on a simulated IO extension.\n"
+    "Operator messages, log lines and every write to the IO extension (\"SetOutputbit: 5, True\") go to standard\n"
+    "error; command results go to standard output.";
+
+constexpr const char* kFooter = R"(Commands, run in order after the options:
+  power-on  power-off  laser-on  laser-off  emission-on  emission-off  aiming-on  aiming-off
+  diode PERCENT      set the diode current (peak power), 0..100 %
+  pwm-freq HZ        set the PWM frequency
+  pwm-ratio RATIO    set the PWM duty ratio, 0..1
+  wait MS            wait MS milliseconds
+  exec CMD [PARAM]   ExecuteCmd with command number CMD (and PARAM, default 0); prints its result
+  status             the laser's information source as a JSON object
+  alarms             every registered alarm ID with its raised state and text (after UpdateAlarms)
+  watch SECONDS      status and alarms once a second
+
+Every command is checked before any runs; a bad word is reported with its position and the others still run.
+The exit status is 0 when every command ran, 1 when one was rejected or failed, 2 when nothing could run.
+Without --config or --params the default laser is created. Ctrl-C stops the commands; the laser is still
+switched off and destroyed.
+
+With --json, status prints the information source's object as it is, alarms one object per alarm
+({"id": 3, "raised": true, "desc": "..."}), exec {"cmd": N, "result": R}; messages go to stderr as JSON lines.
+
+Example: the default laser with a ready output 5 held 300 ms before the emission gate 6, the diode current on
+DA port 1201 (DA 1):
+  laserctl --config examples/default-laser.json emission-on status wait 400 status diode 60 status
+)";
+
+bool ParseInput(const std::string& text, TInputSetting& setting) {
+  const auto equals = text.find('=');
+  if (equals == std::string::npos) return false;
+  int port = 0;
+  const char* first = text.data();
+  const char* last = text.data() + equals;
+  auto [end, ec] = std::from_chars(first, last, port);
+  if (ec != std::errc() || end != last || port < 1 || port > 255) return false;
+  const std::string value = text.substr(equals + 1);
+  if (value != "0" && value != "1") return false;
+  setting.Port = static_cast<uint8_t>(port);
+  setting.Value = value == "1";
+  return true;
+}
+
+}  // namespace
+
+std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
+  CLI::App app{kDescription, "laserctl"};
+  app.footer(kFooter);
+  // The first word that is not an option starts the commands; everything from there is theirs (so "exec 5 -1"
+  // keeps its negative parameter).
+  app.prefix_command();
+  app.get_formatter()->column_width(26);
+
+  auto* config =
+      app.add_option("-c,--config", options.ConfigFile, "A laser configuration, JSON or XML (by content or extension)")
+          ->check(CLI::ExistingFile)
+          ->type_name("FILE");
+  auto* params = app.add_option("-p,--params", options.ParamsFile,
+                                "A ready parameter record as JSON: the record's field names, sub-records as nested "
+                                "objects, enumerations by name (\"eltIPG\") or ordinal; missing fields keep the "
+                                "record's defaults")
+                     ->check(CLI::ExistingFile)
+                     ->type_name("FILE");
+  config->excludes(params);
+  params->excludes(config);
+  app.add_option("--lib", options.LibFile,
+                 "The plug-in to load (default: libDevLaser.so beside laserctl, then the installed one)")
+      ->type_name("FILE");
+  app.add_option("--serial", options.SerialPorts, "Serial port number N is the device PATH (repeatable)")
+      ->type_name("N=PATH");
+  app.add_option("--host-dir", options.HostDir,
+                 "The folder the host presents as its executable's folder (description files are found there)")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  app.add_option("--locale", options.LocaleFile, "An INI locale file (section \"Device_Strs\") for operator messages")
+      ->check(CLI::ExistingFile)
+      ->type_name("FILE");
+  std::vector<std::string> inputs;
+  app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
+      ->type_name("N=0|1");
+  app.add_flag("--sim", options.Sim,
+               "Start the simulator that matches the configured laser's protocol and connect the laser to it");
+  app.add_flag("--json", options.Json, "One JSON object per line on stdout");
+  app.add_flag("--debug", options.Debug, "Debug traces: the laser's debug mode, traces, the parameters used");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    const int status = app.exit(e);
+    return status == 0 ? kExitOk : kExitSetupFailed;
+  }
+  for (const auto& text : inputs) {
+    TInputSetting setting;
+    if (!ParseInput(text, setting)) {
+      std::cerr << "laserctl: --input needs N=0 or N=1 with a port N from 1 to 255, not \"" << text << "\"\n";
+      return kExitSetupFailed;
+    }
+    options.Inputs.push_back(setting);
+  }
+  options.Words = app.remaining();
+  return std::nullopt;
+}
+
+}  // namespace laserctl

@@ -1,0 +1,41 @@
+// laserctl's options and the command words after them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace laserctl {
+
+// Exit statuses: every command ran; a command was rejected or could not run; nothing ran (bad options, a plug-in
+// or file that was refused).
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitCommandFailed = 1;
+inline constexpr int kExitSetupFailed = 2;
+
+struct TInputSetting {
+  uint8_t Port = 0;
+  bool Value = false;
+};
+
+struct TOptions {
+  std::string ConfigFile;
+  std::string ParamsFile;
+  std::string LibFile;
+  std::vector<std::string> SerialPorts;  // "N=PATH", checked by the serial port map
+  std::string HostDir;
+  std::string LocaleFile;
+  std::vector<TInputSetting> Inputs;
+  bool Sim = false;
+  bool Json = false;
+  bool Debug = false;
+  std::vector<std::string> Words;  // the command words, unparsed
+};
+
+// Parses the command line. Returns the exit status when laserctl should stop here (after --help, or after a bad
+// option that was reported on standard error).
+std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options);
+
+}  // namespace laserctl

@@ -1,0 +1,84 @@
+#include "LaserSimulator.h"
+
+namespace laserctl {
+namespace {
+
+// Control bytes of the protocol shown readably ("SDC 40\r" as "SDC 40\r" with a visible \r).
+std::string Printable(const std::string& bytes) {
+  std::string text;
+  for (unsigned char c : bytes) {
+    if (c == '\r') {
+      text += "\\r";
+    } else if (c < 0x20 || c >= 0x7F) {
+      static const char kHex[] = "0123456789ABCDEF";
+      text += "\\x";
+      text += kHex[c >> 4];
+      text += kHex[c & 15];
+    } else {
+      text += static_cast<char>(c);
+    }
+  }
+  return text;
+}
+
+constexpr const char* kLoopback = "127.0.0.1";
+
+}  // namespace
+
+TLaserSimulator::TLaserSimulator() = default;
+
+TLaserSimulator::~TLaserSimulator() { Stop(); }
+
+void TLaserSimulator::SetTrace(TTrace trace) {
+  if (!trace) {
+    FEngine.SetTraceHook({});
+    return;
+  }
+  FEngine.SetTraceHook([trace = std::move(trace)](const std::string& command, const std::string& reply) {
+    if (command == "STA") return;  // the driver polls the status several times a second
+    trace("<- " + Printable(command) + "  -> " + (reply.empty() ? "(no reply)" : Printable(reply)));
+  });
+}
+
+bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
+  if (!target.HasSimulator) {
+    error = "there is no simulator for " + target.Family + " over " + SimLinkName(target.Link) + " yet";
+    return false;
+  }
+  if (target.Link == TSimLink::Serial) {
+    FPty = std::make_unique<lasersim::TIpgYlrPtyServer>(FEngine);
+    if (!FPty->Start()) {
+      error = "cannot start the " + target.Family + " simulator on a pseudo-terminal: " + FPty->LastError();
+      FPty.reset();
+      return false;
+    }
+    return true;
+  }
+  FTcp = std::make_unique<lasersim::TIpgYlrTcpServer>(FEngine);
+  if (FTcp->Start(target.Host, target.Port)) {
+    FTcpHost = target.Host;
+    return true;
+  }
+  const std::string firstError = FTcp->LastError();
+  if (target.Host != kLoopback && FTcp->Start(kLoopback, target.Port)) {
+    FTcpHost = kLoopback;
+    return true;
+  }
+  error = "cannot start the " + target.Family + " simulator on " + target.Host + ":" + std::to_string(target.Port) +
+          ": " + firstError;
+  if (target.Host != kLoopback) error += "; nor on " + std::string(kLoopback) + ": " + FTcp->LastError();
+  FTcp.reset();
+  return false;
+}
+
+void TLaserSimulator::Stop() {
+  if (FTcp) FTcp->Stop();
+  if (FPty) FPty->Stop();
+}
+
+const std::string& TLaserSimulator::SerialPath() const {
+  static const std::string kNone;
+  return FPty ? FPty->SlavePath() : kNone;
+}
+
+}  // namespace laserctl

@@ -1,0 +1,80 @@
+#include "PluginLibrary.h"
+
+#include <dlfcn.h>
+
+#include "host/HostDefs.h"
+
+#ifndef DEVLASER_INSTALL_LIBDIR
+#define DEVLASER_INSTALL_LIBDIR "/usr/local/lib"
+#endif
+
+namespace laserctl {
+namespace {
+
+constexpr const char* kPluginFile = "libDevLaser.so";
+
+std::string DlError() {
+  const char* text = dlerror();
+  return text != nullptr ? text : "unknown error";
+}
+
+// dlsym returns an object pointer; the entry points are functions.
+template <class F>
+F Symbol(void* handle, const char* name) {
+  void* symbol = dlsym(handle, name);
+  F function = nullptr;
+  static_assert(sizeof function == sizeof symbol);
+  __builtin_memcpy(&function, &symbol, sizeof function);
+  return function;
+}
+
+}  // namespace
+
+std::unique_ptr<TPluginLibrary> TPluginLibrary::Open(const std::string& path, std::string& error) {
+  // RTLD_LOCAL keeps the plug-in's symbols to itself; RTLD_NOW reports a missing symbol here, not mid-run.
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    error = "cannot load the laser plug-in " + path + ": " + DlError();
+    return nullptr;
+  }
+  using TVersionFn = int32_t (*)();
+  using TApiFn = const devlaser::TDevLaserApi* (*)();
+  const auto version = Symbol<TVersionFn>(handle, "DevLaser_HostInterfaceVersion");
+  const auto getApi = Symbol<TApiFn>(handle, "DevLaser_GetApi");
+  if (version == nullptr || getApi == nullptr) {
+    error = path + " is not a laser plug-in: it does not export DevLaser_HostInterfaceVersion and DevLaser_GetApi";
+    dlclose(handle);
+    return nullptr;
+  }
+  const int32_t pluginVersion = version();
+  if (pluginVersion != nchost::kHostInterfaceVersion) {
+    error = "refusing the laser plug-in " + path + ": it was built for host interface version " +
+            std::to_string(pluginVersion) + ", laserctl has version " + std::to_string(nchost::kHostInterfaceVersion) +
+            "; rebuild the plug-in and laserctl from one source tree";
+    dlclose(handle);
+    return nullptr;
+  }
+  const devlaser::TDevLaserApi* api = getApi();
+  if (api == nullptr || api->Load == nullptr || api->Unload == nullptr || api->NewConfig == nullptr ||
+      api->FreeConfig == nullptr || api->CreateLaserFromConfig == nullptr || api->CreateLaserFromParams == nullptr ||
+      api->DestroyLaser == nullptr || api->CreateLaserInfoSource == nullptr) {
+    error = "the laser plug-in " + path + " returned an incomplete API table";
+    dlclose(handle);
+    return nullptr;
+  }
+  return std::unique_ptr<TPluginLibrary>(new TPluginLibrary(handle, api, path));
+}
+
+TPluginLibrary::~TPluginLibrary() { dlclose(FHandle); }
+
+std::vector<std::string> TPluginLibrary::DefaultCandidates(const std::string& exeDir) {
+  std::vector<std::string> candidates;
+  if (!exeDir.empty()) {
+    candidates.push_back(exeDir + "/" + kPluginFile);
+    candidates.push_back(exeDir + "/../lib/" + kPluginFile);
+  }
+  candidates.push_back(std::string(DEVLASER_INSTALL_LIBDIR) + "/" + kPluginFile);
+  return candidates;
+}
+
+}  // namespace laserctl

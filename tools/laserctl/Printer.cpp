@@ -1,0 +1,54 @@
+#include "Printer.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace laserctl {
+
+void TPrinter::Command(const std::string& text) {
+  if (!FJson) Line(Stamp() + " " + text);
+}
+
+void TPrinter::Status(const std::string& json) { Line(FJson ? json : Stamp() + " status " + json); }
+
+void TPrinter::Alarms(const std::vector<TAlarmLine>& alarms) {
+  if (FJson) {
+    for (const auto& alarm : alarms) {
+      nlohmann::ordered_json line = {{"id", alarm.Id}, {"raised", alarm.Raised}, {"desc", alarm.Desc}};
+      Line(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+    return;
+  }
+  if (alarms.empty()) {
+    Line(Stamp() + " alarms: the laser registered none");
+    return;
+  }
+  for (const auto& alarm : alarms)
+    Line(Stamp() + " alarm " + std::to_string(alarm.Id) + (alarm.Raised ? " RAISED: " : " clear: ") + alarm.Desc);
+}
+
+void TPrinter::Exec(int32_t cmd, int32_t result) {
+  if (FJson) {
+    Line(nlohmann::ordered_json{{"cmd", cmd}, {"result", result}}.dump());
+    return;
+  }
+  Line(Stamp() + " exec " + std::to_string(cmd) + " -> " + std::to_string(result));
+}
+
+void TPrinter::Line(const std::string& text) {
+  std::lock_guard lock(FMutex);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fputc('\n', stdout);
+  // Flushed at once, so that results and the IO lines on standard error interleave in the order they happened.
+  std::fflush(stdout);
+}
+
+std::string TPrinter::Stamp() const {
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - FStart);
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "[%6lld.%03lld s]", static_cast<long long>(ms.count() / 1000),
+                static_cast<long long>(ms.count() % 1000));
+  return buffer;
+}
+
+}  // namespace laserctl

@@ -1,0 +1,42 @@
+// What laserctl writes to standard output: readable lines stamped with the time since the commands started, or
+// with --json one JSON object per line for programs. Messages and log lines go to standard error instead.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace laserctl {
+
+struct TAlarmLine {
+  int32_t Id = 0;
+  bool Raised = false;
+  std::string Desc;
+};
+
+class TPrinter {
+ public:
+  explicit TPrinter(bool json) : FJson(json) {}
+
+  // Starts the clock that readable lines are stamped with.
+  void StartClock() { FStart = std::chrono::steady_clock::now(); }
+
+  // A command about to run (readable output only: in JSON every line is a result).
+  void Command(const std::string& text);
+  // The information source's object, as compact JSON text.
+  void Status(const std::string& json);
+  void Alarms(const std::vector<TAlarmLine>& alarms);
+  void Exec(int32_t cmd, int32_t result);
+
+ private:
+  void Line(const std::string& text);
+  std::string Stamp() const;
+
+  const bool FJson;
+  std::chrono::steady_clock::time_point FStart = std::chrono::steady_clock::now();
+  std::mutex FMutex;
+};
+
+}  // namespace laserctl

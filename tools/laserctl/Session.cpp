@@ -1,0 +1,255 @@
+#include "Session.h"
+
+#include <filesystem>
+
+#include "CommandRunner.h"
+#include "ConfigFile.h"
+#include "ParamsJson.h"
+#include "SimTarget.h"
+#include "host/HostDefs.h"
+#include "refhost/IniLocaleResource.h"
+#include "refhost/TextSinks.h"
+
+namespace laserctl {
+namespace {
+
+constexpr const char* kCategory = "laserctl";
+
+// Drops trace lines unless debug traces were asked for; everything else passes to the next sink.
+class TTraceFilterSink : public refhost::TMessageSink {
+ public:
+  TTraceFilterSink(std::shared_ptr<refhost::TMessageSink> next, bool traces)
+      : FNext(std::move(next)), FTraces(traces) {}
+  void Write(const refhost::TMessageEntry& entry) override {
+    if (entry.Type == nchost::msgtype::kTrace && !FTraces) return;
+    FNext->Write(entry);
+  }
+
+ private:
+  const std::shared_ptr<refhost::TMessageSink> FNext;
+  const bool FTraces;
+};
+
+std::shared_ptr<refhost::TMessageSink> MakeSink(const TOptions& options) {
+  auto stderrSink = std::make_shared<refhost::TStderrSink>(options.Json ? refhost::TLineFormat::JsonLines
+                                                                        : refhost::TLineFormat::Text);
+  return std::make_shared<TTraceFilterSink>(std::move(stderrSink), options.Debug);
+}
+
+}  // namespace
+
+TSession::TSession(TOptions options)
+    : FOptions(std::move(options)), FPrinter(FOptions.Json), FSink(MakeSink(FOptions)), FApp(FSink) {}
+
+TSession::~TSession() { TearDown(); }
+
+void TSession::Report(int msgType, const std::string& text) { FApp.LogMsg(text, msgType, kCategory); }
+
+int TSession::Run() {
+  // Every word is checked before anything is switched; the valid commands still run after a bad one.
+  const TCommandList commands = ParseCommands(FOptions.Words);
+  for (const auto& error : commands.Errors) Report(nchost::msgtype::kError, error.Text);
+
+  if (!SetUpHost() || !LoadPlugin()) return kExitSetupFailed;
+  const int status = RunWithPlugin(commands);
+  TearDown();
+  if (status == kExitOk && !commands.Errors.empty()) return kExitCommandFailed;
+  return status;
+}
+
+bool TSession::SetUpHost() {
+  FTransports = std::make_shared<refhost::TPosixTransports>(
+      [this](const std::string& line) { FApp.LogMsg(line, nchost::msgtype::kCommLog, "Transport"); });
+  for (const auto& assignment : FOptions.SerialPorts) {
+    std::string error;
+    if (!FTransports->SerialPorts().SetFromText(assignment, &error)) {
+      Report(nchost::msgtype::kError, "--serial " + assignment + ": " + error);
+      return false;
+    }
+  }
+  FApp.SetTransports(FTransports);
+  if (!FOptions.HostDir.empty()) FApp.SetExeDir(FOptions.HostDir);
+
+  FIO = std::make_shared<refhost::TSimCtrlExtIO>();
+  FIO->SetPrintSink(FSink, "IO");
+  for (const auto& input : FOptions.Inputs) {
+    if (!FIO->GetInPortExist(input.Port)) {
+      Report(nchost::msgtype::kError, "--input " + std::to_string(input.Port) +
+                                          ": the simulated IO extension has no such input (it has inputs 1 to 64)");
+      return false;
+    }
+    FIO->SetInput(input.Port, input.Value);
+  }
+  return true;
+}
+
+bool TSession::LoadPlugin() {
+  // A plug-in named with --lib is taken as it is (dlopen also searches the library path for a bare name).
+  // Otherwise the first default candidate that exists is the plug-in: when it is refused, looking further would
+  // hide why.
+  std::string path = FOptions.LibFile;
+  const std::vector<std::string> candidates =
+      path.empty() ? TPluginLibrary::DefaultCandidates(refhost::TRefApp::ExecutableDir()) : std::vector<std::string>{};
+  for (const auto& candidate : candidates) {
+    std::error_code ec;
+    if (std::filesystem::exists(candidate, ec)) {
+      path = candidate;
+      break;
+    }
+  }
+  if (path.empty()) {
+    std::string tried;
+    for (const auto& candidate : candidates) tried += (tried.empty() ? "" : ", ") + candidate;
+    Report(nchost::msgtype::kError, "no laser plug-in found (looked for " + tried + "); name one with --lib");
+    return false;
+  }
+  std::string error;
+  FPlugin = TPluginLibrary::Open(path, error);
+  if (!FPlugin) {
+    Report(nchost::msgtype::kError, error);
+    return false;
+  }
+  Report(nchost::msgtype::kTrace, "plug-in " + FPlugin->Path());
+  if (!FPlugin->Api().Load(&FApp)) {
+    Report(nchost::msgtype::kError, "the laser plug-in " + FPlugin->Path() + " could not start (see its log above)");
+    return false;
+  }
+  FPluginLoaded = true;
+
+  if (!FOptions.LocaleFile.empty()) {
+    auto locale = std::make_shared<refhost::TIniLocaleResource>();
+    std::string localeError;
+    if (locale->Load(FOptions.LocaleFile, localeError))
+      FApp.SetLocale(std::move(locale));  // runs the plug-in's locale procedure: its texts are reloaded
+    else
+      Report(nchost::msgtype::kWarning, localeError + "; operator messages keep their built-in texts");
+  }
+  return true;
+}
+
+int TSession::RunWithPlugin(const TCommandList& commands) {
+  if (!PrepareLaserSource()) return kExitSetupFailed;
+  if (FOptions.Sim && !StartSimulator()) return kExitSetupFailed;
+  CreateLaser();
+  if (!FLaser) {
+    Report(nchost::msgtype::kError, "the plug-in created no laser");
+    return kExitSetupFailed;
+  }
+  if (FOptions.Debug) Report(nchost::msgtype::kTrace, "parameters used: " + ParamsToJson(FUsedParams));
+  if (FOptions.Sim) CheckSimulatorMatches();
+  FLaser->RegisterAlarms(FAlarms);
+  return RunCommands(commands) ? kExitOk : kExitCommandFailed;
+}
+
+bool TSession::PrepareLaserSource() {
+  const devlaser::TDevLaserApi& api = FPlugin->Api();
+  if (!FOptions.ConfigFile.empty()) {
+    FConfig = std::unique_ptr<nchost::TXmlSubConfig, TConfigDeleter>(api.NewConfig(), TConfigDeleter{&api});
+    if (!FConfig) {
+      Report(nchost::msgtype::kError, "the plug-in gave no configuration tree");
+      return false;
+    }
+    if (!LoadConfigFile(*FConfig, FOptions.ConfigFile, refhost::ReportToApp(FApp, "Config"))) return false;
+    if (FOptions.Debug) FConfig->SetBool("DebugMode", true);
+    return true;
+  }
+  if (!FOptions.ParamsFile.empty()) {
+    FParams = std::make_unique<devlaser::TLaserParams>();
+    return LoadParamsJson(FOptions.ParamsFile, *FParams, refhost::ReportToApp(FApp, "Params"));
+  }
+  if (FOptions.Debug) {
+    // What the plug-in makes of no configuration, with its debug traces on.
+    FParams = std::make_unique<devlaser::TLaserParams>();
+    FParams->Model = "Default";
+  }
+  return true;
+}
+
+bool TSession::StartSimulator() {
+  TSimTarget target;
+  if (FConfig)
+    target = SimTargetFromConfig(*FConfig);
+  else if (FParams)
+    target = SimTargetFromParams(*FParams);
+  if (!target.HasSimulator) return true;  // said after creation, when the laser's link is known
+
+  FSimulator = std::make_unique<TLaserSimulator>();
+  if (FOptions.Debug)
+    FSimulator->SetTrace([this](const std::string& line) { FApp.LogMsg(line, nchost::msgtype::kTrace, "Sim"); });
+  std::string error;
+  if (!FSimulator->Start(target, error)) {
+    Report(nchost::msgtype::kError, error);
+    FSimulator.reset();
+    return false;
+  }
+  if (target.Link == TSimLink::Serial) {
+    if (!FOptions.SerialPorts.empty() && !FTransports->SerialPorts().PathFor(target.SerialPort).empty())
+      Report(nchost::msgtype::kTrace, "serial port " + std::to_string(target.SerialPort) + " now opens the simulator");
+    FTransports->SerialPorts().Set(target.SerialPort, FSimulator->SerialPath());
+    Report(nchost::msgtype::kInformation, "simulated " + target.Family + " laser on serial port " +
+                                              std::to_string(target.SerialPort) + " (" + FSimulator->SerialPath() +
+                                              ")");
+    return true;
+  }
+  if (FSimulator->TcpHost() != target.Host) {
+    Report(nchost::msgtype::kWarning, "cannot listen on the configured address " + target.Host +
+                                          "; the laser is pointed at the simulator on " + FSimulator->TcpHost());
+    if (FConfig) RedirectTcpHost(*FConfig, FSimulator->TcpHost());
+    if (FParams) RedirectTcpHost(*FParams, FSimulator->TcpHost());
+  }
+  Report(nchost::msgtype::kInformation, "simulated " + target.Family + " laser listening on " + FSimulator->TcpHost() +
+                                            ":" + std::to_string(target.Port));
+  return true;
+}
+
+void TSession::CreateLaser() {
+  const devlaser::TDevLaserApi& api = FPlugin->Api();
+  if (FParams) {
+    FLaser = api.CreateLaserFromParams(*FParams, FIO);
+    FUsedParams = *FParams;
+  } else {
+    FLaser = api.CreateLaserFromConfig(FConfig.get(), FIO, &FUsedParams);
+  }
+}
+
+void TSession::CheckSimulatorMatches() {
+  const TSimTarget actual = SimTargetFromParams(FUsedParams);
+  if (actual.Link == TSimLink::None) return;  // a hard-wired laser: there is nothing to simulate
+  if (!FSimulator) {
+    Report(nchost::msgtype::kWarning, "there is no simulator for " + actual.Family + " lasers over " +
+                                          SimLinkName(actual.Link) + " yet; the laser talks to its configured link");
+  } else if (!actual.HasSimulator) {
+    Report(nchost::msgtype::kWarning, "the simulator runs, but the plug-in built a " + actual.Family + " laser over " +
+                                          SimLinkName(actual.Link) + ", which does not talk to it");
+  }
+}
+
+bool TSession::RunCommands(const TCommandList& commands) {
+  TCommandRunner runner(FPlugin->Api(), *FLaser, FAlarms, FPrinter, FStop,
+                        [this](int msgType, const std::string& text) { Report(msgType, text); });
+  FPrinter.StartClock();
+  bool allRan = true;
+  for (const auto& command : commands.Commands) {
+    if (FStop.Poll()) break;
+    if (!runner.Run(command)) allRan = false;
+  }
+  if (FStop.Stopped()) {
+    Report(nchost::msgtype::kWarning, "stopped by a signal; the laser is switched off and destroyed");
+    return false;
+  }
+  return allRan;
+}
+
+void TSession::TearDown() {
+  if (!FPlugin) return;
+  // The laser first: the library switches it off and joins its threads while the simulator still answers.
+  FLaser.reset();
+  if (FPluginLoaded) FPlugin->Api().DestroyLaser();
+  if (FSimulator) FSimulator->Stop();
+  FConfig.reset();
+  if (FPluginLoaded) FPlugin->Api().Unload();
+  FPluginLoaded = false;
+  FPlugin.reset();
+}
+
+}  // namespace laserctl

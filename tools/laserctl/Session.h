@@ -1,0 +1,68 @@
+// One run of laserctl: the reference host's services, the plug-in, the laser and, with --sim, its simulator,
+// set up in order, the commands run, and everything taken down in reverse order: the laser is destroyed (switched
+// off, its threads joined) before the simulator stops, and the plug-in is unloaded and closed last.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "AlarmBook.h"
+#include "CommandLine.h"
+#include "Commands.h"
+#include "LaserSimulator.h"
+#include "PluginLibrary.h"
+#include "Printer.h"
+#include "StopSignals.h"
+#include "refhost/RefApp.h"
+#include "refhost/SimCtrlExtIO.h"
+#include "refhost/transport/PosixTransports.h"
+
+namespace laserctl {
+
+class TSession {
+ public:
+  explicit TSession(TOptions options);
+  ~TSession();
+  TSession(const TSession&) = delete;
+  TSession& operator=(const TSession&) = delete;
+
+  // Runs everything; returns the exit status.
+  int Run();
+
+ private:
+  struct TConfigDeleter {
+    const devlaser::TDevLaserApi* Api;  // set whenever a tree is held
+    void operator()(nchost::TXmlSubConfig* config) const { Api->FreeConfig(config); }
+  };
+
+  bool SetUpHost();
+  bool LoadPlugin();
+  int RunWithPlugin(const TCommandList& commands);
+  bool PrepareLaserSource();
+  bool StartSimulator();
+  void CreateLaser();
+  void CheckSimulatorMatches();
+  bool RunCommands(const TCommandList& commands);
+  void TearDown();
+
+  void Report(int msgType, const std::string& text);
+
+  const TOptions FOptions;
+  TPrinter FPrinter;
+  TStopSignals FStop;
+  std::shared_ptr<refhost::TMessageSink> FSink;
+  refhost::TRefApp FApp;
+  std::shared_ptr<refhost::TPosixTransports> FTransports;
+  std::shared_ptr<refhost::TSimCtrlExtIO> FIO;
+
+  std::unique_ptr<TPluginLibrary> FPlugin;
+  bool FPluginLoaded = false;  // Load succeeded, so Unload is owed
+  std::unique_ptr<TLaserSimulator> FSimulator;
+  std::unique_ptr<nchost::TXmlSubConfig, TConfigDeleter> FConfig;
+  std::unique_ptr<devlaser::TLaserParams> FParams;  // --params, or the default laser in debug mode
+  devlaser::TLaserParams FUsedParams;
+  std::shared_ptr<nchost::INcLaser30> FLaser;
+  TAlarmBook FAlarms;
+};
+
+}  // namespace laserctl

@@ -1,0 +1,109 @@
+#include "SimTarget.h"
+
+#include <array>
+#include <string_view>
+
+namespace laserctl {
+namespace {
+
+using devlaser::TLaserParams;
+
+// The plug-in's model keys in the order its registry enters them. A configured model selects the first key that
+// contains it, so "IPG" and "PG" are IPG models while "IPG-YLR" is none.
+constexpr std::array<std::string_view, 17> kModelKeys = {"Zorun", "CO2", "IPG",    "Raycus", "Trumpf", "SPI",
+                                                         "GSI",   "JK",  "NLight", "Meiman", "MaxSZ",  "LPing",
+                                                         "Rofin", "CAS", "Mars",   "OVNT",   "Default"};
+
+std::string_view ModelKey(std::string_view model) {
+  if (model.empty()) return {};
+  for (std::string_view key : kModelKeys)
+    if (key.find(model) != std::string_view::npos) return key;
+  return {};
+}
+
+// The family as people name it, by TEnumLaserType ordinal.
+constexpr std::array<std::string_view, devlaser::kLaserTypeCount> kFamilyNames = {
+    "unconfigured", "CO2",  "IPG",    "Raycus", "Trumpf",         "GSI",   "JK",   "Max", "Meiman", "SPI", "Rofin",
+    "CAS",          "Mars", "nLight", "LPing",  "Optical Valley", "other", "Zorun"};
+
+std::string FamilyName(devlaser::TEnumLaserType type) {
+  return type < kFamilyNames.size() ? std::string(kFamilyNames[type]) : "unknown";
+}
+
+TSimLink LinkOf(devlaser::TDataTransType transport) {
+  switch (transport) {
+    case devlaser::dttSerial:
+      return TSimLink::Serial;
+    case devlaser::dttNetTcp:
+      return TSimLink::Tcp;
+    case devlaser::dttNetUDP:
+      return TSimLink::Udp;
+    case devlaser::dttEthercat:
+      return TSimLink::Ethercat;
+    default:
+      return TSimLink::None;
+  }
+}
+
+}  // namespace
+
+TSimTarget SimTargetFromParams(const TLaserParams& params) {
+  devlaser::TEnumLaserType type = params.LaserMainType;
+  if (type == devlaser::eltNone && ModelKey(params.Model) == "IPG") type = devlaser::eltIPG;
+
+  TSimTarget target;
+  target.Link = LinkOf(params.DefParams.DataTransType);
+  target.Family = FamilyName(type);
+  // Sub-types 0 to 2 are the IPG YLR laser, 3 the YLR2; both speak the YLR text commands.
+  const bool ipgYlr = type == devlaser::eltIPG && params.LaserSubType >= 0 && params.LaserSubType <= 3;
+  if (ipgYlr) target.Family = "IPG YLR";
+  if (target.Link == TSimLink::Tcp) {
+    target.Host = params.DefParams.Net.TcpHost;
+    target.Port = ipgYlr ? kIpgYlrTcpPort : static_cast<uint16_t>(params.DefParams.Net.TcpPort);
+  }
+  if (target.Link == TSimLink::Serial) target.SerialPort = params.DefParams.Comm.CommPort;
+  target.HasSimulator = ipgYlr && (target.Link == TSimLink::Tcp || target.Link == TSimLink::Serial);
+  return target;
+}
+
+TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
+  TSimTarget target;
+  if (ModelKey(root.GetString("Model")) != "IPG") return target;
+  const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
+  if (ipg == nullptr || ipg->GetString("Model").find("YLR") == std::string::npos) return target;
+  target.Family = "IPG YLR";
+  if (ipg->GetBool("UseTcp")) {
+    target.Link = TSimLink::Tcp;
+    target.Host = ipg->GetString("TcpHost");
+    target.Port = kIpgYlrTcpPort;
+  } else if (ipg->GetInteger("CommPort") >= 1) {
+    target.Link = TSimLink::Serial;
+    target.SerialPort = ipg->GetInteger("CommPort");
+  }
+  target.HasSimulator = target.Link != TSimLink::None;
+  return target;
+}
+
+void RedirectTcpHost(TLaserParams& params, const std::string& host) { params.DefParams.Net.TcpHost = host; }
+
+void RedirectTcpHost(nchost::TXmlSubConfig& root, const std::string& host) {
+  if (nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG")) ipg->SetString("TcpHost", host);
+}
+
+const char* SimLinkName(TSimLink link) {
+  switch (link) {
+    case TSimLink::Serial:
+      return "a serial line";
+    case TSimLink::Tcp:
+      return "TCP";
+    case TSimLink::Udp:
+      return "UDP";
+    case TSimLink::Ethercat:
+      return "EtherCAT";
+    case TSimLink::None:
+      break;
+  }
+  return "no link";
+}
+
+}  // namespace laserctl
