@@ -14,8 +14,8 @@
 
 #include "core/LaserLifetime.h"
 #include "frame/LaserStrs.h"
-#include "ipg/Ipg500LaserLogic.h"
-#include "ipg/IpgYlr2LaserLogic.h"
+#include "ipg/Ipg500Laser.h"
+#include "ipg/IpgYlr2Laser.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrStatus.h"
 #include "support/FakeTransports.h"
@@ -88,7 +88,7 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
     FStatusOverride = std::move(status);
   }
 
-  template <class T = TIPGYLR2LaserLogic>
+  template <class T = TIPGYLR2Laser>
   T& Make() {
     auto laser = MakeLaser<T>(FParams, FIO);
     EXPECT_TRUE(laser);
@@ -146,7 +146,7 @@ TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesT
   EXPECT_EQ(ylr2.GetAlarmIDPrefix(), "IPGYLR2");
   FLaser.reset();
 
-  auto& ylr1 = Make<TIPG500LaserLogic>();
+  auto& ylr1 = Make<TIPG500Laser>();
   TRecordingTable table1;
   ylr1.RegisterAlarms(table1);
   EXPECT_THAT(table1.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
@@ -311,7 +311,7 @@ TEST_F(TIpgYlrLaserTest, LaserOnOutputIsSwitchedAndReadBackWhenConfigured) {
 
 TEST_F(TIpgYlrLaserTest, RefusedTransportFailsTheCreation) {
   FParams.DefParams.DataTransType = dttNetUDP;
-  EXPECT_EQ(MakeLaser<TIPGYLR2LaserLogic>(FParams, FIO), nullptr);
+  EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
   EXPECT_TRUE(FSink->Contains("IPG.LaserType Error Message"));
 }
 

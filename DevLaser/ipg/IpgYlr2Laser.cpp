@@ -1,17 +1,17 @@
-#include "ipg/IpgYlr2LaserLogic.h"
+#include "ipg/IpgYlr2Laser.h"
 
 #include "frame/HostServices.h"
 
 namespace devlaser {
 
-TIPGYLR2LaserLogic::TIPGYLR2LaserLogic(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
+TIPGYLR2Laser::TIPGYLR2Laser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
     : TIPGYLRLaserBase(params, std::move(io)) {}
 
-TIPGYLR2LaserLogic::~TIPGYLR2LaserLogic() { StopPulses(); }
+TIPGYLR2Laser::~TIPGYLR2Laser() { StopPulses(); }
 
-std::unique_ptr<TIPGYLRDriver> TIPGYLR2LaserLogic::CreateDriver() { return std::make_unique<TIPGYLR2Driver>(FParams); }
+std::unique_ptr<TIPGYLRDriver> TIPGYLR2Laser::CreateDriver() { return std::make_unique<TIPGYLR2Driver>(FParams); }
 
-void TIPGYLR2LaserLogic::Create() {
+void TIPGYLR2Laser::Create() {
   const auto& ylr = FParams.CfgIPG.YLR;
   // The key switch of a remotely controlled laser is turned by the controller and stays on.
   if (ylr.UseRemoteCtrl) SetOutput(ylr.YLRKeyOnPort, true);
@@ -19,21 +19,21 @@ void TIPGYLR2LaserLogic::Create() {
   if (ylr.UseRemoteCtrl) RemoteStartOn();
 }
 
-void TIPGYLR2LaserLogic::BeforeDestruction() {
+void TIPGYLR2Laser::BeforeDestruction() {
   // A power-on sequence still running would switch emission back on after it was switched off here.
   StopPulses();
   TIPGYLRLaserBase::BeforeDestruction();
 }
 
-void TIPGYLR2LaserLogic::StopThreads() {
+void TIPGYLR2Laser::StopThreads() {
   StopPulses();
   TIPGYLRLaserBase::StopThreads();
 }
 
-std::string TIPGYLR2LaserLogic::GetAlarmIDPrefix() { return "IPGYLR2"; }
-std::string TIPGYLR2LaserLogic::DeviceName() { return FParams.Model + "YLR-2019"; }
+std::string TIPGYLR2Laser::GetAlarmIDPrefix() { return "IPGYLR2"; }
+std::string TIPGYLR2Laser::DeviceName() { return FParams.Model + "YLR-2019"; }
 
-int32_t TIPGYLR2LaserLogic::ExecuteCmd(int32_t cmd, double param) {
+int32_t TIPGYLR2Laser::ExecuteCmd(int32_t cmd, double param) {
   switch (cmd) {
     case kCmdPulseModelQcw:
       SetPulseModel(true);
@@ -50,7 +50,7 @@ int32_t TIPGYLR2LaserLogic::ExecuteCmd(int32_t cmd, double param) {
 
 // ---- emission and the pulse model --------------------------------------------------------------------------------
 
-void TIPGYLR2LaserLogic::EmissionOn() {
+void TIPGYLR2Laser::EmissionOn() {
   // A laser whose power supply is off is powered on first (the host may ask for that regardless).
   if (OutputUsable(FParams.CfgIPG.PowerCtrlPort) &&
       ((Driver() && Driver()->GetStatusBit(kPowerSupplyOffBit)) || TrustCachedStates()))
@@ -58,9 +58,9 @@ void TIPGYLR2LaserLogic::EmissionOn() {
   TIPGYLRLaserBase::EmissionOn();
 }
 
-bool TIPGYLR2LaserLogic::GetPulseModel() { return Driver() && Driver()->GetStatusBit(kPulseModeBit); }
+bool TIPGYLR2Laser::GetPulseModel() { return Driver() && Driver()->GetStatusBit(kPulseModeBit); }
 
-void TIPGYLR2LaserLogic::SetPulseModel(bool qcw) {
+void TIPGYLR2Laser::SetPulseModel(bool qcw) {
   if (!Driver()) return;
   auto& driver = *Driver();
   const char* logText = nullptr;
@@ -105,8 +105,7 @@ void TIPGYLR2LaserLogic::SetPulseModel(bool qcw) {
 
 // ---- pulses ------------------------------------------------------------------------------------------------------
 
-void TIPGYLR2LaserLogic::StartPulse(TLaserThread& thread, bool& active,
-                                    void (TIPGYLR2LaserLogic::*body)(TLaserThread&)) {
+void TIPGYLR2Laser::StartPulse(TLaserThread& thread, bool& active, void (TIPGYLR2Laser::*body)(TLaserThread&)) {
   std::lock_guard lock(FPulseLock);
   if (active || FPulsesStopped) return;
   active = true;
@@ -120,12 +119,12 @@ void TIPGYLR2LaserLogic::StartPulse(TLaserThread& thread, bool& active,
   });
 }
 
-void TIPGYLR2LaserLogic::FinishPulse(bool& active) {
+void TIPGYLR2Laser::FinishPulse(bool& active) {
   std::lock_guard lock(FPulseLock);
   active = false;
 }
 
-void TIPGYLR2LaserLogic::StopPulses() {
+void TIPGYLR2Laser::StopPulses() {
   {
     std::lock_guard lock(FPulseLock);
     FPulsesStopped = true;
@@ -135,38 +134,38 @@ void TIPGYLR2LaserLogic::StopPulses() {
   FPowerOnThread.Stop();
 }
 
-bool TIPGYLR2LaserLogic::RemoteStartThreadActive() const {
+bool TIPGYLR2Laser::RemoteStartThreadActive() const {
   std::lock_guard lock(FPulseLock);
   return FRemoteStartActive;
 }
 
-bool TIPGYLR2LaserLogic::PowerOnThreadActive() const {
+bool TIPGYLR2Laser::PowerOnThreadActive() const {
   std::lock_guard lock(FPulseLock);
   return FPowerOnActive;
 }
 
-void TIPGYLR2LaserLogic::RemoteStartOn() {
+void TIPGYLR2Laser::RemoteStartOn() {
   const int32_t port = FParams.CfgIPG.YLR.YLRStartPort;
   if (!OutputUsable(port)) return;
   SetOutput(port, true);
-  StartPulse(FRemoteStartThread, FRemoteStartActive, &TIPGYLR2LaserLogic::RemoteStartBody);
+  StartPulse(FRemoteStartThread, FRemoteStartActive, &TIPGYLR2Laser::RemoteStartBody);
 }
 
-void TIPGYLR2LaserLogic::RemoteStartBody(TLaserThread& thread) {
+void TIPGYLR2Laser::RemoteStartBody(TLaserThread& thread) {
   if (!thread.SleepA(kRemoteStartPulseMs)) return;  // stopped: the reference stays set
   SetOutput(FParams.CfgIPG.YLR.YLRStartPort, false);
   FinishPulse(FRemoteStartActive);
 }
 
-void TIPGYLR2LaserLogic::PowerOn() {
+void TIPGYLR2Laser::PowerOn() {
   TIPGYLRLaserBase::PowerOn();
   const int32_t port = FParams.CfgIPG.PowerCtrlPort;
   if (!OutputUsable(port)) return;
   SetOutput(port, true);
-  StartPulse(FPowerOnThread, FPowerOnActive, &TIPGYLR2LaserLogic::PowerOnBody);
+  StartPulse(FPowerOnThread, FPowerOnActive, &TIPGYLR2Laser::PowerOnBody);
 }
 
-void TIPGYLR2LaserLogic::PowerOnBody(TLaserThread& thread) {
+void TIPGYLR2Laser::PowerOnBody(TLaserThread& thread) {
   if (!thread.SleepA(kPowerCtrlPulseMs)) return;
   SetOutput(FParams.CfgIPG.PowerCtrlPort, false);
   // The freshly powered laser starts in internal control with emission enabled.
