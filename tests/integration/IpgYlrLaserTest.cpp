@@ -17,11 +17,14 @@
 #include <vector>
 
 #include "core/LaserLifetime.h"
+#include "frame/LaserConfig.h"
 #include "frame/LaserStrs.h"
-#include "ipg/Ipg500LaserLogic.h"
-#include "ipg/IpgYlr2LaserLogic.h"
+#include "info/LaserInfo.h"
+#include "ipg/Ipg500Laser.h"
+#include "ipg/IpgYlr2Laser.h"
 #include "refhost/transport/PosixTransports.h"
 #include "refhost/transport/SerialPortMap.h"
+#include "registry/LaserFactory.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
@@ -96,7 +99,7 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
     FParams.DefParams.Comm.CommPort = portNumber;
   }
 
-  template <class T = TIPGYLR2LaserLogic>
+  template <class T = TIPGYLR2Laser>
   T& Make() {
     auto laser = MakeLaser<T>(FParams, FIO);
     EXPECT_TRUE(laser);
@@ -242,7 +245,7 @@ TEST_F(IpgYlrLaserSimTest, Ylr2OverAPseudoTerminal) {
 TEST_F(IpgYlrLaserSimTest, FirstGenerationLaserTalksToTheSimulator) {
   ServeTcp("127.0.0.43");
   FEngine.RaiseAlarms(ylr::kModuleDisconnected);
-  auto& laser = Make<TIPG500LaserLogic>();
+  auto& laser = Make<TIPG500Laser>();
   WaitConnected();
   FEngine.Log().Clear();
   laser.EmissionOn();
@@ -310,7 +313,7 @@ TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseReturnsPromptlyAndLeave
   const size_t before = ThreadCount();
   Make();
   WaitConnected();
-  static_cast<TIPGYLR2LaserLogic&>(*FLaser).PowerOn();
+  static_cast<TIPGYLR2Laser&>(*FLaser).PowerOn();
   EXPECT_GT(ThreadCount(), before);
   auto took = Timed([&] { FLaser.reset(); });
   std::cout << "[ measured ] destroyed during the pulses in " << took.count() << " ms\n";
@@ -393,6 +396,42 @@ TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
   });
   EXPECT_LT(took, 500ms);  // 20 rounds, while the link is held for a second
   EXPECT_EQ(busy.get(), "YLRYLR-2019");
+}
+
+TEST_F(IpgYlrLaserSimTest, ConfiguredIpgYlrLaserIsBuiltByTheFactoryAndTalksToTheSimulator) {
+  ServeTcp("127.0.0.49");
+  ASSERT_TRUE(LoadLaserLibrary(&FApp));
+  TLaserConfig config;
+  config.SetModel("IPG");
+  config.GetIPGConfig().SetModel("YLR");
+  config.GetIPGConfig().SetUseTcp(true);
+  config.GetIPGConfig().SetTcpHost("127.0.0.49");
+  auto laser = CreateLaser(&config, FIO);
+  auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());
+  ASSERT_NE(ylr, nullptr) << (laser ? laser->GetDeviceDesc() : "no laser");
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser->EmissionOn();
+  laser->SetDiodeCurrent(40);
+  EXPECT_EQ(CommandsUntil("SDC 40"), (std::vector<std::string>{"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON", "SDC 40"}));
+  FEngine.RaiseAlarms(ylr::kPulseTooShort);
+  ASSERT_TRUE(Eventually([&] { return ylr->Driver()->GetLaserWarning() == ylr::kPulseTooShort; }));
+
+  auto info = CreateLaserInfoSource();
+  ASSERT_TRUE(info);
+  auto obj = FApp.CreateJsonObject();
+  info->ReadAllData(*obj);
+  EXPECT_EQ(obj->Get("LaserType")->AsString(), "IPG-YLR");
+  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), ylr::kEmission | ylr::kModulation);
+  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), 0);
+  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), ylr::kPulseTooShort);
+  EXPECT_DOUBLE_EQ(obj->Get("DiodeCurrent")->AsDouble(), 40.0);
+  EXPECT_TRUE(obj->Get("IsEmissionOn")->AsBoolean());
+
+  info.reset();
+  laser.reset();
+  UnloadLaserLibrary();
+  SetHost(&FApp);  // the fixture's host, until its tear-down
 }
 
 }  // namespace
