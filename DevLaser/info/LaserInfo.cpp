@@ -29,7 +29,15 @@ void TFiberLaserInfo::ReadAllData(nchost::ISuperObject& obj) {
 
 void TIPG500LaserInfo::ReadAllData(nchost::ISuperObject& obj) {
   TFiberLaserInfo::ReadAllData(obj);
-  if (dynamic_cast<TIPG500Laser*>(FLaser.get()) != nullptr) obj.S("LaserType", "IPG-YLR");
+  auto* laser = dynamic_cast<TIPG500Laser*>(FLaser.get());
+  if (laser == nullptr) return;
+  // The family's protocol name, not the configured model.
+  obj.S("LaserType", "IPG-YLR");
+  if (const auto* driver = laser->Driver()) {
+    obj.I("StateBit", driver->GetLaserState());
+    obj.I("AlarmBit", driver->GetLaserAlarm());
+    obj.I("WarningBit", driver->GetLaserWarning());
+  }
 }
 
 void TIPGYLSLaserInfo::ReadAllData(nchost::ISuperObject& obj) {
