@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "sim/common/UniqueFd.h"
+#include "refhost/transport/UniqueFd.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
