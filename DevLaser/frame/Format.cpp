@@ -7,7 +7,7 @@
 namespace devlaser {
 namespace {
 
-struct TSpec {
+struct TConversion {
   bool Left = false, Zero = false, Plus = false, Blank = false;
   int Width = 0;
   int Precision = -1;
@@ -41,12 +41,12 @@ std::string AsText(const TFormatArg& a) {
   return std::to_string(std::get<int64_t>(a));
 }
 
-std::string FormatNumber(const TSpec& spec, const TFormatArg& arg) {
+std::string FormatNumber(const TConversion& conv, const TFormatArg& arg) {
   char buf[512];
   char* end = buf;
   bool negative = false;
   std::string digits;
-  switch (spec.Conv) {
+  switch (conv.Conv) {
     case 'd':
     case 'i': {
       int64_t v = AsInt(arg);
@@ -64,7 +64,7 @@ std::string FormatNumber(const TSpec& spec, const TFormatArg& arg) {
                        ? static_cast<uint32_t>(std::get<int64_t>(arg))
                        : static_cast<uint64_t>(AsInt(arg));
       end = std::to_chars(buf, buf + sizeof buf, v, 16).ptr;
-      if (spec.Conv == 'X')
+      if (conv.Conv == 'X')
         for (char* p = buf; p < end; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
       break;
     }
@@ -80,14 +80,14 @@ std::string FormatNumber(const TSpec& spec, const TFormatArg& arg) {
         digits = "INF";
         break;
       }
-      int precision = spec.Precision < 0 ? 6 : spec.Precision;
-      std::chars_format f = spec.Conv == 'f'   ? std::chars_format::fixed
-                            : spec.Conv == 'e' ? std::chars_format::scientific
+      int precision = conv.Precision < 0 ? 6 : conv.Precision;
+      std::chars_format f = conv.Conv == 'f'   ? std::chars_format::fixed
+                            : conv.Conv == 'e' ? std::chars_format::scientific
                                                : std::chars_format::general;
-      auto res = std::to_chars(buf, buf + sizeof buf, v, f, spec.Conv == 'g' && precision == 0 ? 1 : precision);
+      auto res = std::to_chars(buf, buf + sizeof buf, v, f, conv.Conv == 'g' && precision == 0 ? 1 : precision);
       end = res.ptr;
       if (res.ec != std::errc()) end = buf;
-      if (spec.Conv == 'g') {  // %g drops trailing zeros like printf
+      if (conv.Conv == 'g') {  // %g drops trailing zeros like printf
         std::string s(buf, end);
         auto epos = s.find('e');
         std::string mant = s.substr(0, epos), exp = epos == std::string::npos ? "" : s.substr(epos);
@@ -101,14 +101,14 @@ std::string FormatNumber(const TSpec& spec, const TFormatArg& arg) {
     }
   }
   if (digits.empty()) digits.assign(buf, end);
-  if (spec.Precision >= 0 && (spec.Conv == 'd' || spec.Conv == 'i' || spec.Conv == 'u') &&
-      static_cast<int>(digits.size()) < spec.Precision)
-    digits.insert(0, static_cast<size_t>(spec.Precision) - digits.size(), '0');
-  std::string sign = negative ? "-" : spec.Plus ? "+" : spec.Blank ? " " : "";
-  int pad = spec.Width - static_cast<int>(sign.size() + digits.size());
+  if (conv.Precision >= 0 && (conv.Conv == 'd' || conv.Conv == 'i' || conv.Conv == 'u') &&
+      static_cast<int>(digits.size()) < conv.Precision)
+    digits.insert(0, static_cast<size_t>(conv.Precision) - digits.size(), '0');
+  std::string sign = negative ? "-" : conv.Plus ? "+" : conv.Blank ? " " : "";
+  int pad = conv.Width - static_cast<int>(sign.size() + digits.size());
   if (pad <= 0) return sign + digits;
-  if (spec.Left) return sign + digits + std::string(static_cast<size_t>(pad), ' ');
-  if (spec.Zero) return sign + std::string(static_cast<size_t>(pad), '0') + digits;
+  if (conv.Left) return sign + digits + std::string(static_cast<size_t>(pad), ' ');
+  if (conv.Zero) return sign + std::string(static_cast<size_t>(pad), '0') + digits;
   return std::string(static_cast<size_t>(pad), ' ') + sign + digits;
 }
 
@@ -129,36 +129,36 @@ std::string FormatV(std::string_view fmt, std::initializer_list<TFormatArg> args
       out += '%';
       continue;
     }
-    TSpec spec;
+    TConversion conv;
     for (; i < fmt.size(); ++i) {
       char f = fmt[i];
       if (f == '-')
-        spec.Left = true;
+        conv.Left = true;
       else if (f == '0')
-        spec.Zero = true;
+        conv.Zero = true;
       else if (f == '+')
-        spec.Plus = true;
+        conv.Plus = true;
       else if (f == ' ')
-        spec.Blank = true;
+        conv.Blank = true;
       else
         break;
     }
     while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
-      spec.Width = spec.Width * 10 + (fmt[i++] - '0');
+      conv.Width = conv.Width * 10 + (fmt[i++] - '0');
     if (i < fmt.size() && fmt[i] == '.') {
-      spec.Precision = 0;
+      conv.Precision = 0;
       ++i;
       while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
-        spec.Precision = spec.Precision * 10 + (fmt[i++] - '0');
+        conv.Precision = conv.Precision * 10 + (fmt[i++] - '0');
     }
     while (i < fmt.size() && (fmt[i] == 'l' || fmt[i] == 'h' || fmt[i] == 'z')) ++i;
     if (i >= fmt.size() || next == args.end()) {
       out.append(fmt.substr(start, i < fmt.size() ? i - start + 1 : std::string_view::npos));
       continue;
     }
-    spec.Conv = fmt[i];
+    conv.Conv = fmt[i];
     const TFormatArg& arg = *next++;
-    switch (spec.Conv) {
+    switch (conv.Conv) {
       case 'd':
       case 'i':
       case 'u':
@@ -167,15 +167,15 @@ std::string FormatV(std::string_view fmt, std::initializer_list<TFormatArg> args
       case 'f':
       case 'e':
       case 'g':
-        out += FormatNumber(spec, arg);
+        out += FormatNumber(conv, arg);
         break;
       case 's': {
         std::string s = AsText(arg);
-        if (spec.Precision >= 0 && static_cast<int>(s.size()) > spec.Precision)
-          s.resize(static_cast<size_t>(spec.Precision));
-        int pad = spec.Width - static_cast<int>(s.size());
+        if (conv.Precision >= 0 && static_cast<int>(s.size()) > conv.Precision)
+          s.resize(static_cast<size_t>(conv.Precision));
+        int pad = conv.Width - static_cast<int>(s.size());
         if (pad > 0)
-          s = spec.Left ? s + std::string(static_cast<size_t>(pad), ' ')
+          s = conv.Left ? s + std::string(static_cast<size_t>(pad), ' ')
                         : std::string(static_cast<size_t>(pad), ' ') + s;
         out += s;
         break;

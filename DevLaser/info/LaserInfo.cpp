@@ -3,7 +3,6 @@
 #include "core/FiberLaser.h"
 #include "ipg/Ipg500Laser.h"
 #include "ipg/IpgOtherLasers.h"
-#include "ipg/IpgYlrDriver.h"
 #include "raycus/RaycusLasers.h"
 
 namespace devlaser {
@@ -32,9 +31,9 @@ void TIPG500LaserInfo::ReadAllData(nchost::ISuperObject& obj) {
   TFiberLaserInfo::ReadAllData(obj);
   auto* laser = dynamic_cast<TIPG500Laser*>(FLaser.get());
   if (laser == nullptr) return;
+  // The family's protocol name, not the configured model.
   obj.S("LaserType", "IPG-YLR");
-  // The driver's cached words: reading them sends nothing to the laser.
-  if (const TIPGYLRDriver* driver = laser->YlrDriver()) {
+  if (const auto* driver = laser->Driver()) {
     obj.I("StateBit", driver->GetLaserState());
     obj.I("AlarmBit", driver->GetLaserAlarm());
     obj.I("WarningBit", driver->GetLaserWarning());

@@ -8,9 +8,11 @@
 #include <string>
 #include <thread>
 
-#include "sim/common/UniqueFd.h"
+#include "refhost/transport/UniqueFd.h"
 
 namespace lasersim {
+
+using refhost::TUniqueFd;
 
 class TServiceThread {
  public:

@@ -119,35 +119,16 @@ const std::string kOutOfRange = Line("ERR: Out of range");
 
 TIpgYlrEngine::TIpgYlrEngine() = default;
 
-std::string TIpgYlrEngine::Feed(std::string_view bytes) {
+// FInput is touched only under FMutex, which Feed takes before it touches its input.
+std::string TIpgYlrEngine::Feed(std::string_view bytes) { return Feed(FInput, bytes); }
+
+std::string TIpgYlrEngine::Feed(TInput& input, std::string_view bytes) {
   std::string replies;
   std::vector<std::pair<std::string, std::string>> traces;
   TTraceHook hook;
   {
     std::lock_guard lock(FMutex);
-    for (char c : bytes) {
-      if (c == kCR) {
-        const std::string line(Trim(FPending));
-        FPending.clear();
-        FDiscardingLongLine = false;
-        if (line.empty()) continue;
-        std::string reply = HandleLine(line);
-        replies += reply;
-        if (FTraceHook) traces.emplace_back(line, std::move(reply));
-        continue;
-      }
-      if (FDiscardingLongLine) continue;
-      FPending += c;
-      if (FPending.size() > kMaxLineLength) {
-        // The command buffer of the laser is full: drop the line up to its CR and flag the overload.
-        FPending.clear();
-        FDiscardingLongLine = true;
-        if (FReplyMode == TReplyMode::Normal) {
-          FAlarms |= ipgylr::kCommandBufferOverload;
-          replies += Line("ERR: Command too long");
-        }
-      }
-    }
+    replies = FeedLocked(input, bytes, traces);
     if (!traces.empty()) hook = FTraceHook;
   }
   // Outside the lock: a hook that prints or reads the laser state must not deadlock.
@@ -155,10 +136,38 @@ std::string TIpgYlrEngine::Feed(std::string_view bytes) {
   return replies;
 }
 
+std::string TIpgYlrEngine::FeedLocked(TInput& input, std::string_view bytes,
+                                      std::vector<std::pair<std::string, std::string>>& traces) {
+  std::string replies;
+  for (char c : bytes) {
+    if (c == kCR) {
+      const std::string line(Trim(input.Pending));
+      input.Pending.clear();
+      input.DiscardingLongLine = false;
+      if (line.empty()) continue;
+      std::string reply = HandleLine(line);
+      replies += reply;
+      if (FTraceHook) traces.emplace_back(line, std::move(reply));
+      continue;
+    }
+    if (input.DiscardingLongLine) continue;
+    input.Pending += c;
+    if (input.Pending.size() > kMaxLineLength) {
+      // The command buffer of the laser is full: drop the line up to its CR and flag the overload.
+      input.Pending.clear();
+      input.DiscardingLongLine = true;
+      if (FReplyMode == TReplyMode::Normal) {
+        FAlarms |= ipgylr::kCommandBufferOverload;
+        replies += Line("ERR: Command too long");
+      }
+    }
+  }
+  return replies;
+}
+
 void TIpgYlrEngine::ResetInput() {
   std::lock_guard lock(FMutex);
-  FPending.clear();
-  FDiscardingLongLine = false;
+  FInput.Reset();
 }
 
 std::string TIpgYlrEngine::HandleLine(const std::string& line) {
@@ -204,6 +213,7 @@ std::string TIpgYlrEngine::Switch(const std::string& mnemonic, const std::string
     FState |= ipgylr::kDigitalPowerSelect;
   } else {
     const TSwitchCommand* command = FindSwitch(mnemonic);
+    if (command == nullptr) return kUnknownCommand;
     if (command->On)
       FState |= command->Bit;
     else

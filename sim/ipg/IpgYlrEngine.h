@@ -2,10 +2,11 @@
 // The TCP and pseudo-terminal front ends feed it what they read and write back what it returns; tests can feed it
 // directly.
 //
-// Framing: a command is the text up to a carriage return (CR). Surrounding blanks and line feeds are dropped, an
-// empty line is ignored, the mnemonic is case-insensitive and its parameter follows after blanks ("SDC 40"). Text
-// without a CR waits for the next Feed(). A line that grows past kMaxLineLength without a CR is thrown away up to
-// the next CR, answered with "ERR: Command too long" and sets status bit 0 (command buffer overload).
+// Framing: a command is the text up to a carriage return (CR). Each input stream (a TCP client, the serial line)
+// is framed on its own, so that one client's unfinished command never mixes with another's. Surrounding blanks and line
+// feeds are dropped, an empty line is ignored, the mnemonic is case-insensitive and its parameter follows after blanks
+// ("SDC 40"). Text without a CR waits for the next Feed(). A line that grows past kMaxLineLength without a CR is thrown
+// away up to the next CR, answered with "ERR: Command too long" and sets status bit 0 (command buffer overload).
 //
 // Every command gets exactly one reply line ended by CR:
 //   readers        "STA: 4" (decimal status word), "RCS: 40", "RPRR: 1000", "RPW: 0.50", "RFWS: 1.0",
@@ -40,6 +41,8 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "sim/common/CommandLog.h"
 
@@ -53,11 +56,20 @@ class TIpgYlrEngine {
 
   static constexpr size_t kMaxLineLength = 256;
 
+  // The framing state of one input stream: its unfinished command. Owned by whoever reads that stream.
+  struct TInput {
+    std::string Pending;
+    bool DiscardingLongLine = false;
+    void Reset() { *this = {}; }
+  };
+
   TIpgYlrEngine();
 
-  // Consumes received bytes; returns the replies to every command they complete, in order.
+  // Consumes bytes received on `input`'s stream; returns the replies to every command they complete, in order.
+  std::string Feed(TInput& input, std::string_view bytes);
+  // The same on the engine's own stream (the serial line, or a test feeding it directly).
   std::string Feed(std::string_view bytes);
-  // Forgets an unfinished command, e.g. when a new client replaces the old one.
+  // Forgets an unfinished command on the engine's own stream.
   void ResetInput();
 
   // Every command received (as framed above, without CR), including those ignored in silent or garbage mode.
@@ -92,6 +104,8 @@ class TIpgYlrEngine {
   void SetNominalPower(double watts);
 
  private:
+  std::string FeedLocked(TInput& input, std::string_view bytes,
+                         std::vector<std::pair<std::string, std::string>>& traces);
   std::string HandleLine(const std::string& line);
   std::string Execute(const std::string& mnemonic, const std::string& parameter);
   std::string Switch(const std::string& mnemonic, const std::string& parameter);
@@ -104,8 +118,7 @@ class TIpgYlrEngine {
   mutable std::mutex FMutex;
   TCommandLog FLog;
   TTraceHook FTraceHook;
-  std::string FPending;
-  bool FDiscardingLongLine = false;
+  TInput FInput;
   TReplyMode FReplyMode = TReplyMode::Normal;
   std::minstd_rand FRandom{20190601};
 

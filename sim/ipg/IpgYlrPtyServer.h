@@ -9,10 +9,12 @@
 
 #include <string>
 
+#include "refhost/transport/UniqueFd.h"
 #include "sim/common/ServiceThread.h"
-#include "sim/common/UniqueFd.h"
 
 namespace lasersim {
+
+using refhost::TUniqueFd;
 
 class TIpgYlrEngine;
 

@@ -71,50 +71,60 @@ void TIpgYlrTcpServer::Stop() {
   FListener.Reset();
 }
 
-void TIpgYlrTcpServer::AcceptClient(TUniqueFd& client) {
+struct TIpgYlrTcpServer::TClient {
+  TUniqueFd Fd;
+  TIpgYlrEngine::TInput Input;
+};
+
+void TIpgYlrTcpServer::AcceptClient(std::vector<TClient>& clients) {
   TUniqueFd accepted(::accept4(FListener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!accepted.Valid()) return;  // the peer gave up before we took it, or a transient error: keep listening
+  FAccepted.fetch_add(1, std::memory_order_acq_rel);
+  if (clients.size() >= kMaxClients) return;  // closing it tells the peer that the laser is busy
   const int on = 1;
   ::setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   // Replies are a few bytes each: a bounded send queue makes a client that stops reading stall the laser after a
   // few thousand replies, as a real command channel would, instead of after megabytes.
   const int sendBuffer = 64 * 1024;
   ::setsockopt(accepted.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
-  client = std::move(accepted);  // closes the previous client
-  FEngine.ResetInput();
-  FAccepted.fetch_add(1, std::memory_order_acq_rel);
+  clients.push_back({std::move(accepted), {}});
+}
+
+bool TIpgYlrTcpServer::ServeClient(TServiceThread& thread, TClient& client) {
+  std::string received;
+  const TReadResult result = ReadAvailable(client.Fd.Get(), received);
+  if (result == TReadResult::Closed) return false;
+  if (result != TReadResult::Data) return true;
+  const std::string replies = FEngine.Feed(client.Input, received);
+  return replies.empty() || WriteAll(client.Fd.Get(), replies, thread.WakeFd(), true);
 }
 
 void TIpgYlrTcpServer::Serve(TServiceThread& thread) {
-  TUniqueFd client;  // owned by this thread; closed when it ends
-  std::string received;
+  std::vector<TClient> clients;  // owned by this thread; closed when it ends
+  std::vector<pollfd> fds;
   while (!thread.StopRequested()) {
-    pollfd fds[3] = {{thread.WakeFd(), POLLIN, 0}, {FListener.Get(), POLLIN, 0}, {client.Get(), POLLIN, 0}};
-    const nfds_t count = client.Valid() ? 3 : 2;
-    if (::poll(fds, count, -1) < 0) {
+    FOpen.store(clients.size(), std::memory_order_release);
+    fds.assign({{thread.WakeFd(), POLLIN, 0}, {FListener.Get(), POLLIN, 0}});
+    for (const auto& client : clients) fds.push_back({client.Fd.Get(), POLLIN, 0});
+    if (::poll(fds.data(), fds.size(), -1) < 0) {
       if (errno == EINTR) continue;
-      return;
+      break;
     }
-    if (fds[0].revents != 0) return;
-    if (fds[1].revents & POLLIN) AcceptClient(client);
-    if (count == 3 && fds[2].revents != 0 && fds[2].fd == client.Get()) {
-      received.clear();
-      const TReadResult result = ReadAvailable(client.Get(), received);
-      if (result == TReadResult::Closed) {
-        client.Reset();
-        FEngine.ResetInput();
-        continue;
-      }
-      if (result == TReadResult::Data) {
-        const std::string replies = FEngine.Feed(received);
-        if (!replies.empty() && !WriteAll(client.Get(), replies, thread.WakeFd(), true)) {
-          if (thread.StopRequested()) return;
-          client.Reset();
-          FEngine.ResetInput();
-        }
+    if (fds[0].revents != 0) break;
+    // Serve the clients polled before accepting, so that the indices of fds and clients still agree.
+    std::vector<TClient> open;
+    open.reserve(clients.size() + 1);
+    for (size_t i = 0; i < clients.size(); ++i) {
+      if (fds[i + 2].revents == 0 || ServeClient(thread, clients[i])) {
+        open.push_back(std::move(clients[i]));
+      } else if (thread.StopRequested()) {
+        break;
       }
     }
+    clients = std::move(open);
+    if (fds[1].revents & POLLIN) AcceptClient(clients);
   }
+  FOpen.store(0, std::memory_order_release);
 }
 
 }  // namespace lasersim

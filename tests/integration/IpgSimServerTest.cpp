@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "sim/common/UniqueFd.h"
+#include "refhost/transport/UniqueFd.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
@@ -106,23 +106,41 @@ TEST(IpgSimTcpServer, AnswersEachCommandAndSurvivesAStopAndRestartOnTheSameAddre
   EXPECT_EQ(ReadLines(client.Get(), 1), "STA: 4\r");
 }
 
-TEST(IpgSimTcpServer, ANewConnectionReplacesTheOldOneAndStartsWithACleanLine) {
+TEST(IpgSimTcpServer, ServesSeveralClientsAtOnceEachWithItsOwnCommandFraming) {
   TIpgYlrEngine engine;
   TIpgYlrTcpServer server(engine);
   ASSERT_TRUE(server.Start("127.0.0.32", 0)) << server.LastError();
 
   TUniqueFd first = Connect("127.0.0.32", server.Port());
   ASSERT_TRUE(first.Valid());
-  SendText(first.Get(), "ABN\rSDC 9");  // a command cut off by the reconnect
-  ASSERT_TRUE(engine.Log().WaitFor("ABN", 5s));
+  SendText(first.Get(), "ABN\rSDC 9");  // a command still unfinished while others talk
+  EXPECT_EQ(ReadLines(first.Get(), 1), "ABN\r");
+
+  // A reachability probe: connects and closes at once. The first client's connection and its half command stay.
+  TUniqueFd probe = Connect("127.0.0.32", server.Port());
+  ASSERT_TRUE(probe.Valid());
+  probe.Reset();
 
   TUniqueFd second = Connect("127.0.0.32", server.Port());
   ASSERT_TRUE(second.Valid());
-  ReadLines(first.Get(), 2);  // what was still on its way to the first client, up to its end
-  EXPECT_TRUE(PeerClosed(first.Get()));
   SendText(second.Get(), "0\rRCS\r");
   EXPECT_EQ(ReadLines(second.Get(), 2), "ERR: Unknown command\rRCS: 0\r");
-  EXPECT_EQ(server.AcceptedConnections(), 2u);
+  SendText(first.Get(), "\rRCS\r");
+  EXPECT_EQ(ReadLines(first.Get(), 2), "SDC: 9\rRCS: 9\r");
+  EXPECT_EQ(server.AcceptedConnections(), 3u);
+
+  // Both clients share the one laser.
+  SendText(second.Get(), "STA\r");
+  EXPECT_EQ(ReadLines(second.Get(), 1), "STA: " + std::to_string(ipgylr::kAimingBeam) + "\r");
+
+  // Beyond the limit a connection is closed at once; the clients already served keep theirs.
+  std::vector<TUniqueFd> more;
+  while (more.size() + 2 < TIpgYlrTcpServer::kMaxClients) more.push_back(Connect("127.0.0.32", server.Port()));
+  TUniqueFd excess = Connect("127.0.0.32", server.Port());
+  ASSERT_TRUE(excess.Valid());  // the kernel completes the handshake before the server decides
+  EXPECT_TRUE(PeerClosed(excess.Get()));
+  SendText(first.Get(), "RCS\r");
+  EXPECT_EQ(ReadLines(first.Get(), 1), "RCS: 9\r");
 }
 
 TEST(IpgSimTcpServer, StopsAtOnceWhileAClientFloodsCommandsWithoutReading) {

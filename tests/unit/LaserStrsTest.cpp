@@ -53,7 +53,7 @@ std::vector<std::pair<std::string, std::string>> ReadEnglishLines() {
 
 // The printf conversions of a text in order ("%.2f", "%d"), "%%" skipped.
 std::vector<std::string> Placeholders(const std::string& text) {
-  std::vector<std::string> specs;
+  std::vector<std::string> placeholders;
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] != '%') continue;
     if (i + 1 < text.size() && text[i + 1] == '%') {
@@ -62,10 +62,10 @@ std::vector<std::string> Placeholders(const std::string& text) {
     }
     size_t j = i + 1;
     while (j < text.size() && std::string_view("-+ 0#.0123456789").find(text[j]) != std::string_view::npos) ++j;
-    specs.push_back(text.substr(i, j - i + 1));
+    placeholders.push_back(text.substr(i, j - i + 1));
     i = j;
   }
-  return specs;
+  return placeholders;
 }
 
 class LaserStrsTest : public ::testing::Test {

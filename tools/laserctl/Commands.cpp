@@ -11,13 +11,13 @@ namespace {
 
 enum class TArgument { None, Percent, Hertz, Ratio, Milliseconds, Seconds, CommandNumber };
 
-struct TCommandSpec {
+struct TCommandForm {
   std::string_view Word;
   TCommandKind Kind;
   TArgument Argument;
 };
 
-constexpr TCommandSpec kCommands[] = {
+constexpr TCommandForm kCommands[] = {
     {"power-on", TCommandKind::PowerOn, TArgument::None},
     {"power-off", TCommandKind::PowerOff, TArgument::None},
     {"laser-on", TCommandKind::LaserOn, TArgument::None},
@@ -40,9 +40,9 @@ constexpr TCommandSpec kCommands[] = {
 constexpr int64_t kMaxWaitMs = 24LL * 3600 * 1000;
 constexpr int64_t kMaxWatchSeconds = 24LL * 3600;
 
-const TCommandSpec* FindSpec(std::string_view word) {
-  for (const auto& spec : kCommands)
-    if (spec.Word == word) return &spec;
+const TCommandForm* FindForm(std::string_view word) {
+  for (const auto& form : kCommands)
+    if (form.Word == word) return &form;
   return nullptr;
 }
 
@@ -80,23 +80,23 @@ class TParser {
   void ParseOne() {
     const size_t index = FNext++;
     const std::string& word = FWords[index];
-    const TCommandSpec* spec = FindSpec(word);
-    if (spec == nullptr) {
+    const TCommandForm* form = FindForm(word);
+    if (form == nullptr) {
       std::string text = "command word " + std::to_string(index + 1) + " " + Quoted(word) + " is not a command";
       if (!word.empty() && word.front() == '-' && !ParseReal(word)) text += " (options go before the commands)";
       Fail(index, text);
       return;
     }
     TCommand command;
-    command.Kind = spec->Kind;
+    command.Kind = form->Kind;
     command.Word = word;
     command.Position = static_cast<int>(index + 1);
-    if (ReadArgument(*spec, command)) FResult.Commands.push_back(std::move(command));
+    if (ReadArgument(*form, command)) FResult.Commands.push_back(std::move(command));
   }
 
   // Reads the command's argument(s) into `command`; false (and reported) when they are missing or bad.
-  bool ReadArgument(const TCommandSpec& spec, TCommand& command) {
-    switch (spec.Argument) {
+  bool ReadArgument(const TCommandForm& form, TCommand& command) {
+    switch (form.Argument) {
       case TArgument::None:
         return true;
       case TArgument::Percent:
@@ -129,7 +129,7 @@ class TParser {
   // The next word, or nothing (reported) when the commands end here or the next word is itself a command, which
   // is then left for the next round.
   const std::string* TakeArgumentWord(const TCommand& command, const char* what) {
-    if (FNext >= FWords.size() || FindSpec(FWords[FNext]) != nullptr) {
+    if (FNext >= FWords.size() || FindForm(FWords[FNext]) != nullptr) {
       Fail(static_cast<size_t>(command.Position - 1),
            "command word " + std::to_string(command.Position) + " " + Quoted(command.Word) + " needs " + what);
       return nullptr;

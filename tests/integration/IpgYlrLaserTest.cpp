@@ -1,0 +1,438 @@
+// The IPG YLR lasers against the simulated laser over loopback TCP (port 10001, one 127.0.0.x address per test)
+// and over a pseudo-terminal, through the reference host's POSIX transports and its simulated IO extension.
+#include <dirent.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/LaserLifetime.h"
+#include "frame/LaserConfig.h"
+#include "frame/LaserStrs.h"
+#include "info/LaserInfo.h"
+#include "ipg/Ipg500Laser.h"
+#include "ipg/IpgYlr2Laser.h"
+#include "refhost/transport/PosixTransports.h"
+#include "refhost/transport/SerialPortMap.h"
+#include "registry/LaserFactory.h"
+#include "sim/ipg/IpgYlrEngine.h"
+#include "sim/ipg/IpgYlrPtyServer.h"
+#include "sim/ipg/IpgYlrStatus.h"
+#include "sim/ipg/IpgYlrTcpServer.h"
+#include "support/LaserHostFixture.h"
+
+namespace devlaser {
+namespace {
+
+using namespace std::chrono_literals;
+using refhost::TEntryKind;
+using refhost::TIOOp;
+using refhost::TIOWrite;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using Clock = std::chrono::steady_clock;
+namespace ylr = lasersim::ipgylr;
+
+struct TRecordingReport : nchost::INcAlarmReport20 {
+  std::map<int32_t, bool> Raised;
+  void ReportAlarm(int32_t id, bool raised) override { Raised[id] = raised; }
+};
+
+size_t ThreadCount() {
+  size_t count = 0;
+  if (DIR* dir = ::opendir("/proc/self/task")) {
+    while (dirent* entry = ::readdir(dir))
+      if (entry->d_name[0] != '.') ++count;
+    ::closedir(dir);
+  }
+  return count;
+}
+
+template <class F>
+std::chrono::milliseconds Timed(F&& call) {
+  const auto start = Clock::now();
+  call();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+}
+
+class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
+ protected:
+  void SetUp() override {
+    TLaserHostFixture::SetUp();
+    // Probing by connect, as on a host that refuses unprivileged ICMP: every keep-alive opens a second connection.
+    FApp.SetTransports(std::make_shared<refhost::TPosixTransports>(refhost::TTransportLog{}, FSerialPorts,
+                                                                   refhost::TReachabilityProbe::TcpConnect));
+    FParams.Model = "YLR";
+    FParams.LaserMainType = eltIPG;
+    FParams.LaserSubType = 3;
+    FParams.DefParams.DataTransType = dttNetTcp;
+    FParams.DefParams.Comm.IgnoreCommResult = false;
+    FParams.DefParams.DiodeSetTimeOut = 500;
+    FParams.DefParams.PWM.DiodeCurrent = 30;
+    FParams.CfgIPG.MaxCurrent = 90;
+  }
+  void TearDown() override {
+    FLaser.reset();
+    FServer.Stop();
+    FPty.Stop();
+    TLaserHostFixture::TearDown();
+  }
+
+  void ServeTcp(const std::string& address) {
+    ASSERT_TRUE(FServer.Start(address)) << FServer.LastError();
+    FParams.DefParams.Net.TcpHost = address;
+  }
+  void ServeSerial(int32_t portNumber) {
+    ASSERT_TRUE(FPty.Start()) << FPty.LastError();
+    FSerialPorts->Set(portNumber, FPty.SlavePath());
+    FParams.DefParams.DataTransType = dttSerial;
+    FParams.DefParams.Comm.CommPort = portNumber;
+  }
+
+  template <class T = TIPGYLR2Laser>
+  T& Make() {
+    auto laser = MakeLaser<T>(FParams, FIO);
+    EXPECT_TRUE(laser);
+    auto& ref = *laser;
+    FLaser = std::move(laser);
+    return ref;
+  }
+  void WaitConnected() { ASSERT_TRUE(FSink->WaitForText(SLaserConnectedOk.Text(), 10s)); }
+
+  // What the laser received other than status polls since the last Clear().
+  std::vector<std::string> Commands() const {
+    std::vector<std::string> out;
+    for (auto& c : FEngine.Log().Commands())
+      if (c != "STA") out.push_back(c);
+    return out;
+  }
+  // The same once `last` has arrived `times` times: the last command of a call may still be on its way.
+  std::vector<std::string> CommandsUntil(const std::string& last, size_t times = 1) const {
+    EXPECT_TRUE(FEngine.Log().WaitFor(last, 5s, times)) << last;
+    return Commands();
+  }
+  size_t Shown(const std::string& text) const {
+    return FSink->Count(
+        [&](const refhost::TMessageEntry& e) { return e.Kind == TEntryKind::Message && e.Text == text; });
+  }
+  // The output writes of one port, in order.
+  std::vector<TIOWrite> OutputWrites(int port) const {
+    std::vector<TIOWrite> out;
+    for (const auto& w : WritesOf(TIOOp::SetOutputbit))
+      if (w.Port == port) out.push_back(w);
+    return out;
+  }
+  // Length of the first on-off pulse of an output, from the write log's times.
+  std::optional<std::chrono::microseconds> PulseLength(int port) const {
+    auto writes = OutputWrites(port);
+    auto on = std::find_if(writes.begin(), writes.end(), [](auto& w) { return w.Value == 1.0; });
+    if (on == writes.end()) return std::nullopt;
+    auto off = std::find_if(on, writes.end(), [](auto& w) { return w.Value == 0.0; });
+    if (off == writes.end()) return std::nullopt;
+    return off->Time - on->Time;
+  }
+
+  // Switches emission on in each operation, each time on a new laser, and checks the exact commands received.
+  void CheckEmissionSequences() {
+    struct TCase {
+      const char* Name;
+      std::string Model;
+      bool Qcw, GateMode;
+      std::vector<std::string> Expected;
+    };
+    const std::vector<TCase> cases = {
+        {"CW", "YLR", false, false, {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"}},
+        {"QCW gate", "YLR", true, true, {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"}},
+        {"QCW internal", "YLR", true, false, {"DEC", "DMOD", "DGM", "EPM", "ELE"}},
+        {"EO-YLR", "EO-YLR", false, false, {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"}},
+    };
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.Name);
+      FParams.Model = c.Model;
+      FParams.CfgIPG.YLR.QCWMode = c.Qcw;
+      FParams.CfgIPG.YLR.GateMode = c.GateMode;
+      FLaser.reset();
+      auto& laser = Make();
+      WaitConnected();
+      FEngine.Log().Clear();
+      laser.EmissionOn();
+      EXPECT_EQ(CommandsUntil(c.Expected.back()), c.Expected);
+      const bool emits = c.Expected.back() == "EMON";
+      EXPECT_EQ((FEngine.StatusWord() & ylr::kEmission) != 0, emits);
+      // The laser reports emission from its status word once the next poll has brought it.
+      EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == emits; }));
+      FEngine.Log().Clear();
+      laser.EmissionOff();
+      EXPECT_THAT(CommandsUntil("EMOFF"), ElementsAre("EMOFF"));
+    }
+  }
+
+  lasersim::TIpgYlrEngine FEngine;
+  lasersim::TIpgYlrTcpServer FServer{FEngine};
+  lasersim::TIpgYlrPtyServer FPty{FEngine};
+  std::shared_ptr<refhost::TSerialPortMap> FSerialPorts = std::make_shared<refhost::TSerialPortMap>();
+  std::shared_ptr<TNcLaser> FLaser;
+};
+
+TEST_F(IpgYlrLaserSimTest, Ylr2OverTcpSwitchesEmissionAimingAndCurrentAndReportsItsStatus) {
+  ServeTcp("127.0.0.41");
+  CheckEmissionSequences();
+
+  FParams.Model = "YLR";
+  FParams.CfgIPG.YLR.QCWMode = false;
+  FLaser.reset();
+  auto& laser = Make();
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser.SetAimingOn(true);
+  EXPECT_THAT(CommandsUntil("ABN"), ElementsAre("ABN"));
+  EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
+
+  // Acknowledged: sent until the laser echoes it, here at once.
+  FEngine.Log().Clear();
+  laser.SetDiodeCurrent(40);
+  EXPECT_THAT(Commands(), ElementsAre("SDC 40"));
+  EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 40.0);
+  EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 40.0);
+
+  // Status bit b is alarm b + 2.
+  FEngine.RaiseAlarms(ylr::kOverheat | ylr::kOpticalInterlockOpen);
+  TRecordingReport report;
+  ASSERT_TRUE(Eventually([&] {
+    laser.UpdateAlarms(report);
+    return report.Raised[3] && report.Raised[32];
+  }));
+  EXPECT_TRUE(report.Raised[10]);  // the aiming beam, bit 8: reported like every bit
+  EXPECT_FALSE(report.Raised[4]);  // no emission
+  EXPECT_FALSE(report.Raised[511]);
+  EXPECT_EQ(laser.Driver()->GetLaserAlarm(), ylr::kOverheat | ylr::kOpticalInterlockOpen);
+}
+
+TEST_F(IpgYlrLaserSimTest, Ylr2WithoutDiodeRepliesSendsTheCurrentFiveTimes) {
+  ServeTcp("127.0.0.42");
+  FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
+  auto& laser = Make();
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser.SetDiodeCurrent(40);
+  EXPECT_THAT(CommandsUntil("SDC 40", 5), ElementsAreArray(std::vector<std::string>(5, "SDC 40")));
+  EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 40.0);
+}
+
+TEST_F(IpgYlrLaserSimTest, Ylr2OverAPseudoTerminal) {
+  ServeSerial(7);
+  auto& laser = Make();
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser.EmissionOn();
+  laser.SetDiodeCurrent(55);
+  EXPECT_EQ(Commands(), (std::vector<std::string>{"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON", "SDC 55"}));
+  EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn(); }));
+  EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 55.0);
+  EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019 SN: 12345");
+}
+
+TEST_F(IpgYlrLaserSimTest, FirstGenerationLaserTalksToTheSimulator) {
+  ServeTcp("127.0.0.43");
+  FEngine.RaiseAlarms(ylr::kModuleDisconnected);
+  auto& laser = Make<TIPG500Laser>();
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser.EmissionOn();
+  laser.SetAimingOn(true);
+  EXPECT_EQ(CommandsUntil("ABN"), (std::vector<std::string>{"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON", "ABN"}));
+  ASSERT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() && laser.GetIsAimingOn(); }));
+  EXPECT_EQ(laser.Driver()->GetLaserWarning(), ylr::kModuleDisconnected);
+  EXPECT_EQ(laser.Driver()->GetLaserAlarm(), 0u);
+}
+
+TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
+  constexpr int kKeyOn = 11, kStart = 12, kPower = 13;
+  ServeTcp("127.0.0.44");
+  FParams.CfgIPG.YLR.UseRemoteCtrl = true;
+  FParams.CfgIPG.YLR.YLRKeyOnPort = kKeyOn;
+  FParams.CfgIPG.YLR.YLRStartPort = kStart;
+  FParams.CfgIPG.PowerCtrlPort = kPower;
+  FEngine.SetPowerSupplyOff(true);
+  auto& laser = Make();
+  WaitConnected();
+  EXPECT_TRUE(FIO->State().Outputs.test(kKeyOn));
+  EXPECT_TRUE(FIO->State().Outputs.test(kStart));
+  ASSERT_TRUE(Eventually([&] { return laser.Driver()->GetStatusBit(11); }));
+
+  // Emission on a laser whose power supply is off powers it on first; the power relay follows the output.
+  FEngine.Log().Clear();
+  laser.EmissionOn();
+  ASSERT_TRUE(FIO->State().Outputs.test(kPower));
+  laser.PowerOn();  // during the pulse: only sets the output again
+  FEngine.SetPowerSupplyOff(false);
+  EXPECT_TRUE(FEngine.Log().WaitFor("SDC 30", 10s));  // the power-on sequence ends with the default current
+  ASSERT_TRUE(FIO->WaitForWrite([](const TIOWrite& w) { return w.Port == kStart && w.Value == 0.0; }, 10s));
+  EXPECT_TRUE(Eventually([&] { return !laser.PowerOnThreadActive() && !laser.RemoteStartThreadActive(); }));
+
+  auto start = PulseLength(kStart);
+  auto power = PulseLength(kPower);
+  ASSERT_TRUE(start && power);
+  std::cout << "[ measured ] remote-start pulse " << start->count() / 1000.0 << " ms, power-control pulse "
+            << power->count() / 1000.0 << " ms\n";
+  RecordProperty("RemoteStartPulseUs", static_cast<int>(start->count()));
+  RecordProperty("PowerCtrlPulseUs", static_cast<int>(power->count()));
+  // Never shorter; later only by the machine's load (50 ms on an idle machine, more allowed when it is busy).
+  EXPECT_GE(*start, 3000ms);
+  EXPECT_LT(*start, 3000ms + 300ms);
+  EXPECT_GE(*power, 1200ms);
+  EXPECT_LT(*power, 1200ms + 300ms);
+  EXPECT_EQ(OutputWrites(kPower).size(), 3u);      // on, on again (second request), off
+  EXPECT_TRUE(FIO->State().Outputs.test(kKeyOn));  // held for the laser's lifetime
+
+  // After the pulse: internal control with emission on, the aiming beam, then the default current.
+  auto commands = Commands();
+  auto from = std::find(commands.begin(), commands.end(), "DEABC");
+  ASSERT_NE(from, commands.end());
+  ASSERT_GE(from - commands.begin(), 1);
+  EXPECT_EQ(std::vector<std::string>(from - 1, commands.end()),
+            (std::vector<std::string>{"EMOFF", "DEABC", "DEC", "EMON", "ABN", "SDC 30"}));
+  EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() && laser.GetIsAimingOn(); }));
+}
+
+TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseReturnsPromptlyAndLeavesNoThread) {
+  ServeTcp("127.0.0.45");
+  FParams.CfgIPG.YLR.UseRemoteCtrl = true;
+  FParams.CfgIPG.YLR.YLRStartPort = 12;
+  FParams.CfgIPG.PowerCtrlPort = 13;
+  const size_t before = ThreadCount();
+  Make();
+  WaitConnected();
+  static_cast<TIPGYLR2Laser&>(*FLaser).PowerOn();
+  EXPECT_GT(ThreadCount(), before);
+  auto took = Timed([&] { FLaser.reset(); });
+  std::cout << "[ measured ] destroyed during the pulses in " << took.count() << " ms\n";
+  EXPECT_LT(took, 1000ms);  // the pulses would have lasted 3 s
+  EXPECT_TRUE(Eventually([&] { return ThreadCount() == before; })) << ThreadCount() << " vs " << before;
+}
+
+TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
+  ServeTcp("127.0.0.46");
+  FParams.DefParams.ConnCheck.ConnCheckTimeIntv = 1;  // minutes: one warning in this test
+  auto& laser = Make();
+  WaitConnected();
+  ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, 2));
+
+  FServer.Stop();
+  ASSERT_TRUE(FSink->WaitForText(SLaserConnectedFail.Text(), 5s));
+  // While it is gone, every call gives up within its exchange's time-out (1 s for reading commands).
+  std::vector<std::pair<const char*, std::chrono::milliseconds>> calls = {
+      {"EmissionOn", Timed([&] { laser.EmissionOn(); })},
+      {"SetAimingOn", Timed([&] { laser.SetAimingOn(true); })},
+      {"SetDiodeCurrent", Timed([&] { laser.SetDiodeCurrent(60); })},
+      {"GetDeviceDesc", Timed([&] { EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019"); })},
+      {"EmissionOff", Timed([&] { laser.EmissionOff(); })},
+  };
+  for (auto& [name, took] : calls) {
+    std::cout << "[ measured ] " << name << " without the laser: " << took.count() << " ms\n";
+    // SetDiodeCurrent keeps trying for DiodeSetTimeOut (500 ms); the others fail at once.
+    EXPECT_LT(took, 1500ms) << name;
+  }
+  std::this_thread::sleep_for(300ms);  // several monitor periods without the laser
+  EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
+
+  FEngine.Log().Clear();
+  ASSERT_TRUE(FServer.Start("127.0.0.46")) << FServer.LastError();
+  ASSERT_TRUE(FEngine.Log().WaitFor("STA", 10s, 2));
+  laser.SetAimingOn(true);
+  EXPECT_TRUE(FEngine.Log().WaitFor("ABN", 5s));
+  EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
+  EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
+  // The address kept answering the reachability probe, so the link counts as the same one: announced once.
+  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 1u);
+}
+
+TEST_F(IpgYlrLaserSimTest, KeepAliveProbesLeaveTheDriversConnectionAlone) {
+  ServeTcp("127.0.0.47");
+  auto& laser = Make();
+  WaitConnected();
+  // Three connections: the probe before connecting, the driver's own, and the first keep-alive probe, which
+  // follows the connection at once.
+  ASSERT_TRUE(Eventually([&] { return FServer.AcceptedConnections() >= 3; }));
+  // A probe that took the laser from the driver would make it reconnect within a poll period.
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(FServer.AcceptedConnections(), 3u);
+  EXPECT_EQ(FServer.OpenConnections(), 1u);
+  FEngine.Log().Clear();
+  laser.SetAimingOn(true);
+  EXPECT_THAT(CommandsUntil("ABN"), ElementsAre("ABN"));
+  EXPECT_EQ(FSink->Count(refhost::TRecordingSink::TextContains("TCP Connection Closed.")), 0u);
+}
+
+TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
+  ServeTcp("127.0.0.48");
+  auto& laser = Make();
+  WaitConnected();
+  laser.EmissionOn();
+  ASSERT_TRUE(Eventually([&] { return laser.GetIsEmissionOn(); }));
+  FEngine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::Silent);
+  // A reading command now waits its whole reply window, holding the link.
+  auto busy = std::async(std::launch::async, [&] { return laser.GetDeviceDesc(); });
+  ASSERT_TRUE(FEngine.Log().WaitFor("RSN", 5s));
+  TRecordingReport report;
+  auto took = Timed([&] {
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_TRUE(laser.GetIsEmissionOn());
+      EXPECT_FALSE(laser.GetIsAimingOn());
+      EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 30.0);
+      laser.GetIsLaserOn();
+      laser.UpdateAlarms(report);
+    }
+  });
+  EXPECT_LT(took, 500ms);  // 20 rounds, while the link is held for a second
+  EXPECT_EQ(busy.get(), "YLRYLR-2019");
+}
+
+TEST_F(IpgYlrLaserSimTest, ConfiguredIpgYlrLaserIsBuiltByTheFactoryAndTalksToTheSimulator) {
+  ServeTcp("127.0.0.49");
+  ASSERT_TRUE(LoadLaserLibrary(&FApp));
+  TLaserConfig config;
+  config.SetModel("IPG");
+  config.GetIPGConfig().SetModel("YLR");
+  config.GetIPGConfig().SetUseTcp(true);
+  config.GetIPGConfig().SetTcpHost("127.0.0.49");
+  auto laser = CreateLaser(&config, FIO);
+  auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());
+  ASSERT_NE(ylr, nullptr) << (laser ? laser->GetDeviceDesc() : "no laser");
+  WaitConnected();
+  FEngine.Log().Clear();
+  laser->EmissionOn();
+  laser->SetDiodeCurrent(40);
+  EXPECT_EQ(CommandsUntil("SDC 40"), (std::vector<std::string>{"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON", "SDC 40"}));
+  FEngine.RaiseAlarms(ylr::kPulseTooShort);
+  ASSERT_TRUE(Eventually([&] { return ylr->Driver()->GetLaserWarning() == ylr::kPulseTooShort; }));
+
+  auto info = CreateLaserInfoSource();
+  ASSERT_TRUE(info);
+  auto obj = FApp.CreateJsonObject();
+  info->ReadAllData(*obj);
+  EXPECT_EQ(obj->Get("LaserType")->AsString(), "IPG-YLR");
+  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), ylr::kEmission | ylr::kModulation);
+  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), 0);
+  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), ylr::kPulseTooShort);
+  EXPECT_DOUBLE_EQ(obj->Get("DiodeCurrent")->AsDouble(), 40.0);
+  EXPECT_TRUE(obj->Get("IsEmissionOn")->AsBoolean());
+
+  info.reset();
+  laser.reset();
+  UnloadLaserLibrary();
+  SetHost(&FApp);  // the fixture's host, until its tear-down
+}
+
+}  // namespace
+}  // namespace devlaser
