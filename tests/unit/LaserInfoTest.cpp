@@ -2,13 +2,14 @@
 // and that the values come from the laser's state and its driver's cached words.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "api/DevLaserApi.h"
-#include "core/LaserLifetime.h"
 #include "frame/HostServices.h"
 #include "info/LaserInfo.h"
 #include "ipg/Ipg500Laser.h"
@@ -105,7 +106,7 @@ TEST_F(LaserInfoTest, FamilySourcesNameTheProtocolInsteadOfTheModel) {
   CreateModel("IPG", [](TLaserConfig& c) { c.GetIPGConfig().SetModel("YLR-500"); });
   auto obj = Read();
   EXPECT_EQ(Text(*obj, "LaserType"), "IPG-YLR");
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW"})) << "no status words without a driver";
+  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW", "StateBit", "AlarmBit", "WarningBit"}));
 
   CreateModel("IPG", [](TLaserConfig& c) {
     c.GetIPGConfig().SetModel("YLS-6000");
@@ -146,47 +147,41 @@ TEST_F(LaserInfoTest, ARaycusQcwLaserGetsTheFiberSourceUnlessItsOwnIsAskedFor) {
   EXPECT_FALSE(obj->Has("StateBit"));
 }
 
-// An IPG YLR laser that owns a driver, as the YLR laser classes do.
-class TIPG500WithDriver : public TIPG500Laser {
- public:
-  using TIPG500Laser::TIPG500Laser;
-  void SetDriver(const TIPGYLRDriver* driver) { FDriver = driver; }
-  const TIPGYLRDriver* YlrDriver() const override { return FDriver; }
-
- private:
-  const TIPGYLRDriver* FDriver = nullptr;
-};
-
-TEST_F(LaserInfoTest, AnIpgYlrLaserWithItsDriverShowsTheDriversStatusWords) {
+TEST_F(LaserInfoTest, AnIpgYlrLaserShowsItsDriversStatusWords) {
   auto transports = std::make_shared<testsupport::TFakeTransportFactory>();
   FApp.SetTransports(transports);
-  TLaserParams params;
-  params.Model = "YLR-1000";
-  params.DefParams.DataTransType = dttNetTcp;
-  params.DefParams.Net.TcpHost = "192.0.2.10";
-  TIPGYLRDriver driver(params);
-  auto laser = MakeLaser<TIPG500WithDriver>(params, FIO);
-  ASSERT_NE(laser, nullptr);
-  laser->SetDriver(&driver);
+  std::atomic<uint32_t> status{0};
+  transports->Tcp->SetResponder([&status](const std::string& written) {
+    return written.find("STA") != std::string::npos ? "STA: " + std::to_string(status.load()) + "\r" : "";
+  });
+  auto laser = CreateModel("IPG", [](TLaserConfig& c) {
+    auto& ipg = c.GetIPGConfig();
+    ipg.SetModel("YLR-1000");
+    ipg.SetUseTcp(true);
+    ipg.SetTcpHost("192.0.2.10");  // reached only through the in-memory transports
+  });
+  auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());
+  ASSERT_NE(ylr, nullptr);
+  TIPGYLRDriver* driver = ylr->Driver();
+  ASSERT_NE(driver, nullptr);
 
-  driver.SetAlarmMode(false);  // the first generation's masks, as its laser class sets them
   // Every alarm and warning bit and one more state bit: all three words are then non-zero.
-  const uint32_t status = driver.AlarmMask() | driver.WarningMask() | (1u << 12);
-  driver.AnalyzeResponse("STA: " + std::to_string(status) + "\r");
-  ASSERT_EQ(driver.GetDeviceStatus(), status);
-  ASSERT_NE(driver.GetLaserAlarm(), 0u);
-  ASSERT_NE(driver.GetLaserWarning(), 0u);
+  status = driver->AlarmMask() | driver->WarningMask() | (1u << 12);
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (driver->GetDeviceStatus() != status && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(10ms);
+  ASSERT_EQ(driver->GetDeviceStatus(), status.load()) << "the monitor never polled the status";
+  ASSERT_NE(driver->GetLaserAlarm(), 0u);
+  ASSERT_NE(driver->GetLaserWarning(), 0u);
 
-  auto source = CreateLaserInfo(laser);
-  ASSERT_NE(dynamic_cast<TIPG500LaserInfo*>(source.get()), nullptr);
-  auto obj = Read(source.get());
+  auto obj = Read();
   EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW", "StateBit", "AlarmBit", "WarningBit"}));
   EXPECT_EQ(Text(*obj, "LaserType"), "IPG-YLR");
-  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), driver.GetLaserState());
-  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), driver.GetLaserAlarm());
-  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), driver.GetLaserWarning());
+  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), driver->GetLaserState());
+  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), driver->GetLaserAlarm());
+  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), driver->GetLaserWarning());
   laser.reset();
-  source.reset();
+  DestroyLaser();  // stops the monitor before the transports go
 }
 
 TEST_F(LaserInfoTest, ASourceKeepsItsLaserReadableAfterTheLibraryDroppedIt) {
