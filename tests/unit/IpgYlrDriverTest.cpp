@@ -151,10 +151,8 @@ TEST_F(IpgYlrDriverTest, TcpLinkUsesTheFixedPortAndPingsTheLaserAddress) {
   EXPECT_EQ(Transports->Ping->Host(), "192.0.2.10");
   EXPECT_EQ(Transports->Ping->ProbePort(), 10001);
   EXPECT_GE(Transports->Ping->SyncPings(), 1);  // the address is tried before connecting
-}
 
-TEST_F(IpgYlrDriverTest, NoTransportTypeMeansTcpToo) {
-  Params.DefParams.DataTransType = dttNone;
+  Params.DefParams.DataTransType = dttNone;  // no transport type means TCP too
   EXPECT_TRUE(Make().IsTcp());
 }
 
@@ -296,7 +294,7 @@ TEST_F(IpgYlrDriverTest, FractionalDiodeCurrentIsNeverConfirmed) {
   EXPECT_EQ(Shown(Format(SSetDiodeParamsFaild.Text(), echoed, 40.5)), 1u);
 }
 
-TEST_F(IpgYlrDriverTest, InvalidDiodeCurrentIsShownAndNotSent) {
+TEST_F(IpgYlrDriverTest, InvalidDiodeCurrentIsShownAndNotSentValidOnesAre) {
   auto& d = Make();
   WaitConnected();
   Transports->Tcp->ClearWrites();
@@ -309,6 +307,8 @@ TEST_F(IpgYlrDriverTest, InvalidDiodeCurrentIsShownAndNotSent) {
 
   d.SetDiodeCurrent(100.0);  // the top of the range is allowed
   EXPECT_GE(CountOf(Transports->Tcp->Writes(), "SDC 100\r"), 1u);
+  d.SetDiodeCurrentAsynchronous(33.3);  // unacknowledged: sent five times
+  EXPECT_EQ(CountOf(Transports->Tcp->Writes(), "SDC 33\r"), 5u);
 }
 
 TEST_F(IpgYlrDriverTest, IgnoringTheReplySendsFiveTimesWithoutWaiting) {
@@ -320,13 +320,6 @@ TEST_F(IpgYlrDriverTest, IgnoringTheReplySendsFiveTimesWithoutWaiting) {
   EXPECT_EQ(CountOf(Transports->Tcp->Writes(), "SDC 60\r"), 5u);
   EXPECT_FALSE(d.GetIsImdState());
   EXPECT_EQ(Shown(Format(SSetDiodeParamsFaild.Text(), 0.0, 60.0)), 0u);
-}
-
-TEST_F(IpgYlrDriverTest, AsynchronousCurrentSendsFiveTimes) {
-  auto& d = Make();
-  WaitConnected();
-  d.SetDiodeCurrentAsynchronous(33.3);
-  EXPECT_EQ(CountOf(Transports->Tcp->Writes(), "SDC 33\r"), 5u);
 }
 
 TEST_F(IpgYlrDriverTest, UnansweredKeepAlivePingDropsAndRenewsTheConnection) {

