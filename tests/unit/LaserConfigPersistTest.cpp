@@ -1,5 +1,5 @@
 // The laser configuration as the host persists it: every key of every node written and read back unchanged, and
-// the sample files loading cleanly. Broken files and hand-written files are the configuration store's own tests.
+// the sample files loading cleanly, and a broken file leaving the configuration in memory as it was.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -128,6 +128,37 @@ TEST_F(LaserConfigPersistTest, EveryKeySurvivesASaveAndLoadInBothForms) {
     EXPECT_EQ(Dump(loaded), Dump(saved));
     EXPECT_EQ(loaded.SubConfigs().size(), 16u);
   }
+}
+
+TEST_F(LaserConfigPersistTest, ABrokenFileChangesNothingAndBadKeysAreNamed) {
+  TLaserConfig cfg;
+  cfg.SetCtrlPort(7);
+  cfg.GetIPGConfig().SetModel("YLR");
+  const std::string before = Dump(cfg);
+  for (bool json : {true, false}) {
+    SCOPED_TRACE(json ? "JSON" : "XML");
+    TReports reports;
+    const std::string text = json ? "{\"CtrlPort\": 5,\n \"IPG\": {\"Model\": \"YLS\",}\n"
+                                  : "<Laser><CtrlPort>5</CtrlPort>\n<IPG><Model>YLS</IPG></Laser>";
+    EXPECT_FALSE(json ? refhost::LoadJsonText(cfg, text, "broken.json", reports.Sink())
+                      : refhost::LoadXmlText(cfg, text, "broken.xml", reports.Sink()));
+    EXPECT_EQ(Dump(cfg), before);
+    ASSERT_EQ(reports.Items.size(), 1u) << reports.All();
+    EXPECT_NE(reports.Items[0].Text.find(json ? "broken.json" : "broken.xml"), std::string::npos) << reports.All();
+    EXPECT_NE(reports.Items[0].Text.find("line 2"), std::string::npos) << reports.All();
+  }
+  // A hand-written file: a wrong type and an unknown key are named and skipped, the rest applies.
+  TReports reports;
+  EXPECT_TRUE(refhost::LoadJsonText(
+      cfg, R"({"CtrlPort": 5, "DA": {"DAPort": 1203}, "IPG": {"UseTcp": "yes", "Colour": 1, "TcpHost": "10.0.0.2"}})",
+      "hand.json", reports.Sink()));
+  EXPECT_EQ(cfg.CtrlPort(), 5);
+  EXPECT_EQ(cfg.DA().DAPort(), 1203);
+  EXPECT_EQ(cfg.GetIPGConfig().TcpHost(), "10.0.0.2");
+  EXPECT_FALSE(cfg.GetIPGConfig().UseTcp());
+  ASSERT_EQ(reports.Items.size(), 2u) << reports.All();
+  EXPECT_NE(reports.All().find("IPG.UseTcp"), std::string::npos) << reports.All();
+  EXPECT_NE(reports.All().find("IPG.Colour"), std::string::npos) << reports.All();
 }
 
 TEST_F(LaserConfigPersistTest, FamilyNodesOnlyAppearOnceUsed) {
