@@ -287,11 +287,12 @@ TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
             << power->count() / 1000.0 << " ms\n";
   RecordProperty("RemoteStartPulseUs", static_cast<int>(start->count()));
   RecordProperty("PowerCtrlPulseUs", static_cast<int>(power->count()));
-  // Never shorter; later only by the machine's load (50 ms on an idle machine, more allowed when it is busy).
+  // Never shorter; later only by the machine's load (about 1 ms on an idle machine, printed above). The bound only
+  // catches a pulse that is not ended by its own timer; the benchmark-like print shows the real precision.
   EXPECT_GE(*start, 3000ms);
-  EXPECT_LT(*start, 3000ms + 300ms);
+  EXPECT_LT(*start, 3000ms + 1000ms);
   EXPECT_GE(*power, 1200ms);
-  EXPECT_LT(*power, 1200ms + 300ms);
+  EXPECT_LT(*power, 1200ms + 1000ms);
   EXPECT_EQ(OutputWrites(kPower).size(), 3u);      // on, on again (second request), off
   EXPECT_TRUE(FIO->State().Outputs.test(kKeyOn));  // held for the laser's lifetime
 
@@ -394,7 +395,7 @@ TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
       laser.UpdateAlarms(report);
     }
   });
-  EXPECT_LT(took, 500ms);  // 20 rounds, while the link is held for a second
+  EXPECT_LT(took, 900ms);  // 20 rounds, while the link is held for a second: one wait for it would exceed this
   EXPECT_EQ(busy.get(), "YLRYLR-2019");
 }
 

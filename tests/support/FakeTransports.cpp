@@ -20,11 +20,6 @@ void TFakeLinkPeer::Push(const std::string& data) {
   FCond.notify_all();
 }
 
-void TFakeLinkPeer::SetAccepting(bool accepting) {
-  std::lock_guard lock(FMutex);
-  FAccepting = accepting;
-}
-
 void TFakeLinkPeer::Close() {
   {
     std::lock_guard lock(FMutex);
@@ -83,7 +78,6 @@ std::string TFakeLinkPeer::SerialSettings() const {
 bool TFakeLinkPeer::Open() {
   std::lock_guard lock(FMutex);
   if (FOpen) return true;
-  if (!FAccepting) return false;
   FOpen = true;
   FIncoming.clear();
   ++FOpenCount;
@@ -280,7 +274,6 @@ void TFakeIcmpClient::Worker() {
 // ---- factory -----------------------------------------------------------------------------------------------------
 
 std::unique_ptr<nchost::TCommCtrl> TFakeTransportFactory::CreateCommCtrl() {
-  if (!OfferSerial) return nullptr;
   return std::make_unique<TFakeCommCtrl>(Serial);
 }
 
@@ -290,7 +283,6 @@ std::unique_ptr<nchost::TVqTcpClient> TFakeTransportFactory::CreateTcpClient() {
 }
 
 std::unique_ptr<nchost::TIcmpClient> TFakeTransportFactory::CreateIcmpClient() {
-  if (!OfferPing) return nullptr;
   return std::make_unique<TFakeIcmpClient>(Ping);
 }
 

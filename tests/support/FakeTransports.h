@@ -29,8 +29,6 @@ class TFakeLinkPeer {
   // Makes `data` readable by the client.
   void Push(const std::string& data);
 
-  // Whether the client's connect (TCP) or open (serial) succeeds.
-  void SetAccepting(bool accepting);
   // The peer hangs up: the client reads the close, writes fail, Connected() turns false.
   void Close();
   bool IsOpen() const;
@@ -63,7 +61,6 @@ class TFakeLinkPeer {
   TResponder FResponder;
   std::string FIncoming;
   std::vector<std::string> FWrites;
-  bool FAccepting = true;
   bool FOpen = false;
   int FOpenCount = 0;
   std::string FRemoteHost, FRemotePort, FSerialSettings;
@@ -159,7 +156,7 @@ class TFakeTransportFactory : public refhost::ITransportFactory {
   std::shared_ptr<TFakeLinkPeer> Tcp = std::make_shared<TFakeLinkPeer>();
   std::shared_ptr<TFakeLinkPeer> Serial = std::make_shared<TFakeLinkPeer>();
   std::shared_ptr<TFakePingPeer> Ping = std::make_shared<TFakePingPeer>();
-  bool OfferTcp = true, OfferSerial = true, OfferPing = true;
+  bool OfferTcp = true;
 
   std::unique_ptr<nchost::TCommCtrl> CreateCommCtrl() override;
   std::unique_ptr<nchost::TVqTcpClient> CreateTcpClient() override;
