@@ -198,9 +198,7 @@ void TNcLaser::ResetAlarm(int32_t id) {
 }
 
 void TNcLaser::RegisterAlarms(nchost::INcAlarmTable20& table) {
-  nchost::TNcAlarmDef def;
-  def.Words[0] = 72;
-  table.RegisterAlarm(kLaserAlarmId, def);
+  table.RegisterAlarm(kLaserAlarmId, LaserAlarmDefinition());
 }
 
 std::string TNcLaser::GetAlarmDesc(int32_t id) {

@@ -12,6 +12,7 @@
 
 #include "frame/LaserParams.h"
 #include "host/CtrlExtIO.h"
+#include "host/NcAlarm.h"
 #include "host/NcDevice.h"
 #include "host/NcLaser30.h"
 
@@ -24,6 +25,13 @@ int32_t RoundHalfEven(double value);
 // The generic laser alarm and the diode-current-set time-out alarm.
 inline constexpr int32_t kLaserAlarmId = 1;
 inline constexpr int32_t kDiodeSetAlarmId = 511;
+
+// The host's definition record of a laser alarm (its first word is the alarm kind the host shows for lasers).
+inline nchost::TNcAlarmDef LaserAlarmDefinition() {
+  nchost::TNcAlarmDef def;
+  def.Words[0] = 72;
+  return def;
+}
 
 // Lasers are built in steps so that every step may use virtual operations: the C++ constructor only stores the
 // parameters and the IO extension; the factory then calls Create() and AfterConstruction(), and before freeing

@@ -1,7 +1,6 @@
 #include "frame/LaserConfig.h"
 
-#include <algorithm>
-#include <cctype>
+#include "frame/TextCompare.h"
 
 namespace devlaser {
 
@@ -42,26 +41,15 @@ nchost::TXmlSubConfig* TLaserConfig::SubConfigForLoad(const std::string& name) {
   return nullptr;
 }
 
-namespace {
-bool Contains(const std::string& text, const std::string& part) {
-  return !part.empty() && text.find(part) != std::string::npos;
-}
-
-bool EqualsIgnoreCase(const std::string& a, const std::string& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
-}
-}  // namespace
-
-bool TLaserConfig::IsCO2() const { return Contains(Model(), "CO2"); }
-bool TLaserConfig::IsIPG() const { return Contains(Model(), "IPG"); }
-bool TLaserConfig::IsYAG() const { return EqualsIgnoreCase(Model(), "YAG"); }
+bool TLaserConfig::IsCO2() const { return ContainsText(Model(), "CO2"); }
+bool TLaserConfig::IsIPG() const { return ContainsText(Model(), "IPG"); }
+bool TLaserConfig::IsYAG() const { return SameText(Model(), "YAG"); }
 
 std::string TLaserConfig::GetBrand() const {
   const std::string brand = Brand();
   const std::string model = Model();
   // A laser configured as "Default" is a plain hard-wired source of whatever maker the brand names.
-  if (!brand.empty() && (EqualsIgnoreCase(model, "Default") || Contains(model, brand))) return brand;
+  if (!brand.empty() && (SameText(model, "Default") || ContainsText(model, brand))) return brand;
   return model.empty() ? "UnkownBrand" : model;
 }
 

@@ -1,11 +1,10 @@
 #include "ipg/IpgYlrLaserBase.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 
 #include "frame/HostServices.h"
 #include "frame/LaserStrs.h"
+#include "frame/TextCompare.h"
 #include "host/DelayRec.h"
 #include "ipg/IpgYlrProtocol.h"
 
@@ -19,18 +18,6 @@ constexpr int32_t kAimingBit = 8;
 constexpr int32_t kStatusBits = 32;
 // Alarm IDs of status bits start here: ID 1 is the generic laser alarm.
 constexpr int32_t kStatusAlarmIdOffset = 2;
-
-bool EqualsIgnoringCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-         });
-}
-
-nchost::TNcAlarmDef LaserAlarmDef() {
-  nchost::TNcAlarmDef def;
-  def.Words[0] = 72;
-  return def;
-}
 
 }  // namespace
 
@@ -78,7 +65,7 @@ std::string TIPGYLRLaserBase::GetDeviceDesc() {
 }
 
 void TIPGYLRLaserBase::ExecCmd(const std::string& name, double) {
-  if (EqualsIgnoringCase(name, "ResetErrors") && LinkUsable()) FDriver->ResetErrors();
+  if (SameText(name, "ResetErrors") && LinkUsable()) FDriver->ResetErrors();
 }
 
 // ---- emission, aiming, laser on ----------------------------------------------------------------------------------
@@ -230,10 +217,10 @@ void TIPGYLRLaserBase::CheckSetDidoeAlarm() {
 
 void TIPGYLRLaserBase::RegisterAlarms(nchost::INcAlarmTable20& table) {
   TFiberLaser::RegisterAlarms(table);
-  table.RegisterAlarm(kDiodeSetAlarmId, LaserAlarmDef());
+  table.RegisterAlarm(kDiodeSetAlarmId, LaserAlarmDefinition());
   // Only alarm bits get a definition; warning bits are reported but the host shows them without one.
   if (FDriver)
-    for (int32_t bit : FDriver->AlarmBits()) table.RegisterAlarm(bit + kStatusAlarmIdOffset, LaserAlarmDef());
+    for (int32_t bit : FDriver->AlarmBits()) table.RegisterAlarm(bit + kStatusAlarmIdOffset, LaserAlarmDefinition());
 }
 
 std::string TIPGYLRLaserBase::GetAlarmDesc(int32_t id) {

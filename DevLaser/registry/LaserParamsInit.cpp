@@ -1,25 +1,15 @@
 #include "registry/LaserParamsInit.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "frame/Format.h"
 #include "frame/HostServices.h"
 #include "frame/LaserStrs.h"
+#include "frame/TextCompare.h"
 
 namespace devlaser {
 namespace {
 
 // DA outputs are numbered from 1200 in the configuration and from 0 at the IO extension.
 constexpr int32_t kDAPortBase = 1200;
-
-bool SameText(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-         });
-}
-
-bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
 void ReadCommon(TLaserConfig& config, TLaserParams& params) {
   TLaserParamsDef def{};
@@ -144,7 +134,7 @@ void IpgYlr(TLaserIPGConfig& ipg, TLaserParams& params) {
 
 void IpgYls(TLaserIPGConfig& ipg, TLaserParams& params) {
   TIPGYLS2000Config& yls = ipg.YLS2000();
-  const bool usa = Contains(ipg.Model(), "USA");
+  const bool usa = ContainsText(ipg.Model(), "USA");
   params.DefParams.DebugMode = params.DefParams.DebugMode || yls.DebugMode();
   if (yls.UseNetCtrl()) {
     params.DefParams.Net.TcpHost = yls.TcpHost();
@@ -200,7 +190,7 @@ void IPG(TLaserConfig& config, TLaserParams& params) {
     IpgYls(ipg, params);
   else if (SameText(ipg.Model(), "YLP"))
     IpgYlp(ipg, params);
-  else if (Contains(ipg.Model(), "Ethercat"))
+  else if (ContainsText(ipg.Model(), "Ethercat"))
     params.DefParams.DataTransType = dttEthercat;  // the factory makes this sub-type 9
   else
     LogUnknownModel("IPG");
@@ -229,20 +219,20 @@ void Raycus(TLaserConfig& config, TLaserParams& params) {
   const std::string model = ray.Type();
   if (model.empty()) {
     params.LaserSubType = cfg.PulseMode ? 2 : 1;
-  } else if (Contains(model, "SM")) {
+  } else if (ContainsText(model, "SM")) {
     params.DefParams.Net.TcpPort = 8098;
     params.LaserSubType = 3;
-  } else if (Contains(model, "MM")) {
+  } else if (ContainsText(model, "MM")) {
     params.DefParams.Net.TcpPort = 8098;
     params.LaserSubType = 4;
-  } else if (Contains(model, "RFL")) {
+  } else if (ContainsText(model, "RFL")) {
     params.DefParams.Net.TcpPort = 8099;
     params.LaserSubType = 5;
-  } else if (!Contains(model, "QCW") && !Contains(model, "CW")) {
+  } else if (!ContainsText(model, "QCW") && !ContainsText(model, "CW")) {
     params.LaserSubType = 0;
     LogUnknownModel("Raycus");
   } else {
-    params.LaserSubType = Contains(model, "QCW") ? 2 : 1;
+    params.LaserSubType = ContainsText(model, "QCW") ? 2 : 1;
   }
 }
 
@@ -289,7 +279,7 @@ void Meiman(TLaserConfig& config, TLaserParams& params) {
 void SPI(TLaserConfig& config, TLaserParams& params) {
   SerialRule(config.GetSPIConfig(), params);
   const std::string model = config.Model();
-  params.LaserSubType = Contains(model, "OEM") || model == "SPI1000" ? 2 : 1;
+  params.LaserSubType = ContainsText(model, "OEM") || model == "SPI1000" ? 2 : 1;
 }
 
 void Rofin(TLaserConfig& config, TLaserParams& params) {
