@@ -1,13 +1,12 @@
 #include "ParamsJson.h"
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "ParamFields.h"
 #include "host/HostDefs.h"
+#include "refhost/FileText.h"
 
 namespace laserctl {
 namespace {
@@ -175,13 +174,12 @@ bool LoadParamsJsonText(const std::string& text, const std::string& sourceName, 
 }
 
 bool LoadParamsJson(const std::string& path, devlaser::TLaserParams& params, const refhost::TConfigReport& report) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  if (!file || !(text << file.rdbuf())) {
-    if (report) report(nchost::msgtype::kError, path + ": cannot read the parameter file");
+  std::string text, error;
+  if (!refhost::ReadTextFile(path, text, error)) {
+    if (report) report(nchost::msgtype::kError, path + ": cannot read the parameter file: " + error);
     return false;
   }
-  return LoadParamsJsonText(text.str(), path, params, report);
+  return LoadParamsJsonText(text, path, params, report);
 }
 
 std::string ParamsToJson(const devlaser::TLaserParams& params) {
