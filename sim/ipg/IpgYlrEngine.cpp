@@ -315,10 +315,7 @@ uint32_t TIpgYlrEngine::StatusWord() const {
   return FState | FAlarms;
 }
 
-uint32_t TIpgYlrEngine::AlarmWord() const {
-  std::lock_guard lock(FMutex);
-  return FAlarms;
-}
+uint32_t TIpgYlrEngine::AlarmWord() const { return Locked(FAlarms); }
 
 void TIpgYlrEngine::SetAlarmWord(uint32_t word) {
   std::lock_guard lock(FMutex);
@@ -343,74 +340,32 @@ void TIpgYlrEngine::SetPowerSupplyOff(bool off) {
     FState &= ~ipgylr::kPowerSupplyOff;
 }
 
-void TIpgYlrEngine::SetReplyMode(TReplyMode mode) {
-  std::lock_guard lock(FMutex);
-  FReplyMode = mode;
-}
+void TIpgYlrEngine::SetReplyMode(TReplyMode mode) { Store(FReplyMode, mode); }
 
-TIpgYlrEngine::TReplyMode TIpgYlrEngine::ReplyMode() const {
-  std::lock_guard lock(FMutex);
-  return FReplyMode;
-}
+TIpgYlrEngine::TReplyMode TIpgYlrEngine::ReplyMode() const { return Locked(FReplyMode); }
 
-void TIpgYlrEngine::SetTraceHook(TTraceHook hook) {
-  std::lock_guard lock(FMutex);
-  FTraceHook = std::move(hook);
-}
+void TIpgYlrEngine::SetTraceHook(TTraceHook hook) { Store(FTraceHook, std::move(hook)); }
 
-double TIpgYlrEngine::DiodeCurrent() const {
-  std::lock_guard lock(FMutex);
-  return FDiodeCurrent;
-}
+double TIpgYlrEngine::DiodeCurrent() const { return Locked(FDiodeCurrent); }
 
-int32_t TIpgYlrEngine::PulseRate() const {
-  std::lock_guard lock(FMutex);
-  return FPulseRate;
-}
+int32_t TIpgYlrEngine::PulseRate() const { return Locked(FPulseRate); }
 
-double TIpgYlrEngine::PulseWidth() const {
-  std::lock_guard lock(FMutex);
-  return FPulseWidth;
-}
+double TIpgYlrEngine::PulseWidth() const { return Locked(FPulseWidth); }
 
-double TIpgYlrEngine::FilterWindow() const {
-  std::lock_guard lock(FMutex);
-  return FFilterWindow;
-}
+double TIpgYlrEngine::FilterWindow() const { return Locked(FFilterWindow); }
 
-void TIpgYlrEngine::SetSerialNumber(std::string serial) {
-  std::lock_guard lock(FMutex);
-  FSerialNumber = std::move(serial);
-}
+void TIpgYlrEngine::SetSerialNumber(std::string serial) { Store(FSerialNumber, std::move(serial)); }
 
-void TIpgYlrEngine::SetFirmwareRevision(std::string revision) {
-  std::lock_guard lock(FMutex);
-  FFirmwareRevision = std::move(revision);
-}
+void TIpgYlrEngine::SetFirmwareRevision(std::string revision) { Store(FFirmwareRevision, std::move(revision)); }
 
-void TIpgYlrEngine::SetElapsedHours(double hours) {
-  std::lock_guard lock(FMutex);
-  FElapsedHours = hours;
-}
+void TIpgYlrEngine::SetElapsedHours(double hours) { Store(FElapsedHours, hours); }
 
-void TIpgYlrEngine::SetTemperature(double celsius) {
-  std::lock_guard lock(FMutex);
-  FTemperature = celsius;
-}
+void TIpgYlrEngine::SetTemperature(double celsius) { Store(FTemperature, celsius); }
 
-void TIpgYlrEngine::SetMinimumCurrent(double percent) {
-  std::lock_guard lock(FMutex);
-  FMinimumCurrent = percent;
-}
+void TIpgYlrEngine::SetMinimumCurrent(double percent) { Store(FMinimumCurrent, percent); }
 
-void TIpgYlrEngine::SetModuleErrorCode(int32_t code) {
-  std::lock_guard lock(FMutex);
-  FModuleErrorCode = code;
-}
+void TIpgYlrEngine::SetModuleErrorCode(int32_t code) { Store(FModuleErrorCode, code); }
 
-void TIpgYlrEngine::SetNominalPower(double watts) {
-  std::lock_guard lock(FMutex);
-  FNominalPower = watts;
-}
+void TIpgYlrEngine::SetNominalPower(double watts) { Store(FNominalPower, watts); }
 
 }  // namespace lasersim

@@ -115,6 +115,18 @@ class TIpgYlrEngine {
   std::string Garbage(bool asLine);
   void ApplyAlarmWord(uint32_t word);
 
+  // Plain fields read and written under the engine's lock, as the server threads and the tests share them.
+  template <typename T>
+  T Locked(const T& field) const {
+    std::lock_guard lock(FMutex);
+    return field;
+  }
+  template <typename T>
+  void Store(T& field, T value) {
+    std::lock_guard lock(FMutex);
+    field = std::move(value);
+  }
+
   mutable std::mutex FMutex;
   TCommandLog FLog;
   TTraceHook FTraceHook;

@@ -6,35 +6,18 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "sim/common/PrintableBytes.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
 
 namespace {
-
-// Shows CR and other control bytes of the protocol traffic readably.
-std::string Printable(const std::string& bytes) {
-  std::string text;
-  for (unsigned char c : bytes) {
-    if (c == '\r') {
-      text += "\\r";
-    } else if (c < 0x20 || c >= 0x7F) {
-      char hex[8];
-      std::snprintf(hex, sizeof hex, "\\x%02X", c);
-      text += hex;
-    } else {
-      text += static_cast<char>(c);
-    }
-  }
-  return text;
-}
 
 bool SplitAddress(const std::string& text, std::string& address, uint16_t& port) {
   const auto colon = text.rfind(':');
@@ -111,8 +94,8 @@ int main(int argc, char** argv) {
   if (verbose) {
     engine.SetTraceHook([&outputMutex](const std::string& command, const std::string& reply) {
       std::lock_guard lock(outputMutex);
-      std::cout << "<- " << Printable(command) << "\n-> " << (reply.empty() ? "(no reply)" : Printable(reply))
-                << std::endl;
+      std::cout << "<- " << lasersim::PrintableBytes(command) << "\n-> "
+                << (reply.empty() ? "(no reply)" : lasersim::PrintableBytes(reply)) << std::endl;
     });
   }
 

@@ -1,25 +1,9 @@
 #include "LaserSimulator.h"
 
+#include "sim/common/PrintableBytes.h"
+
 namespace laserctl {
 namespace {
-
-// Control bytes of the protocol shown readably ("SDC 40\r" as "SDC 40\r" with a visible \r).
-std::string Printable(const std::string& bytes) {
-  std::string text;
-  for (unsigned char c : bytes) {
-    if (c == '\r') {
-      text += "\\r";
-    } else if (c < 0x20 || c >= 0x7F) {
-      static const char kHex[] = "0123456789ABCDEF";
-      text += "\\x";
-      text += kHex[c >> 4];
-      text += kHex[c & 15];
-    } else {
-      text += static_cast<char>(c);
-    }
-  }
-  return text;
-}
 
 constexpr const char* kLoopback = "127.0.0.1";
 
@@ -36,7 +20,8 @@ void TLaserSimulator::SetTrace(TTrace trace) {
   }
   FEngine.SetTraceHook([trace = std::move(trace)](const std::string& command, const std::string& reply) {
     if (command == "STA") return;  // the driver polls the status several times a second
-    trace("<- " + Printable(command) + "  -> " + (reply.empty() ? "(no reply)" : Printable(reply)));
+    trace("<- " + lasersim::PrintableBytes(command) + "  -> " +
+          (reply.empty() ? "(no reply)" : lasersim::PrintableBytes(reply)));
   });
 }
 
