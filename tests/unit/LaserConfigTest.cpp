@@ -50,12 +50,20 @@ TEST(LaserConfig, FreshAndInitializedRootsHoldTheDefaultsAndInitializeKeepsFamil
     EXPECT_DOUBLE_EQ(cfg.DA().ProofMax(), 10.0);
   };
   expectDefaults();
-  EXPECT_EQ(SubNodeNames(cfg), "DA,PWM");
+  EXPECT_EQ(SubNodeNames(cfg), "DA,PWM");  // family nodes are made when first used
   EXPECT_EQ(&cfg.DA(), cfg.FindSubConfig("DA"));
   EXPECT_EQ(&cfg.Pwm(), cfg.FindSubConfig("PWM"));
-  // The one attribute key of these nodes is written as an attribute of its element in the XML form.
+  // These keys are written as attributes of their node's element in the XML form.
   EXPECT_TRUE(cfg.Pwm().FindProperty("DynamicPwm")->XmlAttribute);
+  EXPECT_TRUE(cfg.GetRaycusConfig().FindProperty("Type")->XmlAttribute);
   EXPECT_FALSE(cfg.FindProperty("Model")->XmlAttribute);
+  // Each family's serial link defaults to what its lasers ship with.
+  EXPECT_EQ(cfg.GetRaycusConfig().CommSettings(), "9600,n,8,1");
+  EXPECT_EQ(cfg.GetIPGConfig().CommSettings(), "57600,n,8,1");
+  EXPECT_EQ(cfg.GetSPIConfig().CommSettings(), "19200,e,8,1");
+  // A value of the wrong type is refused and the key keeps its value.
+  EXPECT_FALSE(cfg.SetProperty("CtrlPort", std::string("5")));
+  EXPECT_EQ(cfg.CtrlPort(), 0);
 
   cfg.SetModel("CO2");
   cfg.SetDiodeSetTimeOut(5);
@@ -64,24 +72,8 @@ TEST(LaserConfig, FreshAndInitializedRootsHoldTheDefaultsAndInitializeKeepsFamil
   cfg.GetCO2Config().SetShutterPort(3);
   cfg.Initialize();
   expectDefaults();
-  EXPECT_EQ(SubNodeNames(cfg), "DA,PWM,CO2");
+  EXPECT_EQ(SubNodeNames(cfg), "DA,PWM,Raycus,IPG,SPI,CO2");
   EXPECT_EQ(cfg.GetCO2Config().ShutterPort(), 3);
-}
-
-TEST(LaserConfig, AccessorsAndStoredKeysAreOneAndTheSame) {
-  TLaserConfig cfg;
-  cfg.SetCtrlPort(7);
-  cfg.SetPower(1500.5);
-  cfg.Pwm().SetDynamicPwm(true);
-  EXPECT_EQ(cfg.GetInteger("CtrlPort"), 7);
-  EXPECT_DOUBLE_EQ(cfg.GetDouble("Power"), 1500.5);
-  EXPECT_TRUE(cfg.Pwm().GetBool("DynamicPwm"));
-  // What the host's persistence writes by name, the accessors read.
-  ASSERT_TRUE(cfg.GetRaycusConfig().SetProperty("Type", std::string("RFL-C3000")));
-  EXPECT_EQ(cfg.GetRaycusConfig().Type(), "RFL-C3000");
-  // A value of the wrong type is refused and the key keeps its value.
-  EXPECT_FALSE(cfg.SetProperty("CtrlPort", std::string("5")));
-  EXPECT_EQ(cfg.CtrlPort(), 7);
 }
 
 // A family node is made on first use, by the program or by a file naming it, and is the same object afterwards.
@@ -114,18 +106,6 @@ TEST(LaserConfig, FamilyNodesAreMadeOnFirstUseByTheProgramOrAFile) {
   EXPECT_EQ(ipg.YLS2000().Properties().size(), 17u);
   // A name that already belongs to a node of another class is not handed out as the wrong class.
   EXPECT_EQ(byFile.GetLaserConfig<TCO2LaserConfig>("IPG"), nullptr);
-}
-
-TEST(LaserConfig, FamilyLinksDefaultToWhatTheirLasersShipWith) {
-  TLaserConfig cfg;
-  EXPECT_EQ(cfg.GetRaycusConfig().CommSettings(), "9600,n,8,1");
-  EXPECT_EQ(cfg.GetIPGConfig().CommSettings(), "57600,n,8,1");
-  EXPECT_EQ(cfg.GetSPIConfig().CommSettings(), "19200,e,8,1");
-  EXPECT_EQ(cfg.GetQYZConfig().CommSettings(), "38400,n,8,1");
-  EXPECT_EQ(cfg.GetQingHuaConfig().CommSettings(), "57600,n,8,1");
-  EXPECT_EQ(cfg.GetMaxSZConfig().CommSettings(), "115200,n,8,1");
-  EXPECT_EQ(cfg.GetIPGConfig().YLS2000().LaserOnPort(), 6);
-  EXPECT_TRUE(cfg.GetRaycusConfig().FindProperty("Type")->XmlAttribute);
 }
 
 TEST(LaserConfig, ModelTests) {
