@@ -7,42 +7,57 @@
 namespace devlaser {
 namespace {
 
-// The defaults a laser without a configured value runs with; the record is otherwise plain data.
-TEST(LaserParams, FreshRecordHoldsTheCommonDefaults) {
+// The defaults a laser without a configured value runs with, in a fresh record and in a used one initialised again.
+TEST(LaserParams, FreshAndReinitializedRecordsHoldTheCommonDefaults) {
   TLaserParams p;
-  EXPECT_EQ(p.Model, "Error");
-  EXPECT_EQ(p.LaserMainType, eltNone);
-  const TLaserParamsDef& d = p.DefParams;
-  EXPECT_EQ(d.DataTransType, dttNone);
-  EXPECT_EQ(d.DiodeSetTimeOut, 1000);
-  EXPECT_EQ(d.PWM.Frequency, 5000);
-  EXPECT_DOUBLE_EQ(d.PWM.MinRatio, 0.01);
-  EXPECT_DOUBLE_EQ(d.DA.MaxVoltage, 10.0);
-  EXPECT_EQ(d.Comm.CommSettings, "9600,n,8,1");
-  EXPECT_EQ(d.Comm.Baudrate, 9600);
-  EXPECT_TRUE(d.Comm.IgnoreCommResult);
-  EXPECT_DOUBLE_EQ(d.ConnCheck.ConnCheckTimeIntv, 30.0);
-  // Family records stay zero until the parameter initialiser fills the one the laser needs.
-  EXPECT_EQ(p.CfgIPG.YLS.Wire.LaserOnPort, 0);
-  EXPECT_EQ(p.CfgRay.QCW.PulseFreq, 0);
-}
-
-TEST(LaserParams, InitializeResetsAUsedRecord) {
-  TLaserParams p;
+  auto expectDefaults = [&] {
+    EXPECT_EQ(p.Model, "Error");
+    EXPECT_EQ(p.LaserMainType, eltNone);
+    EXPECT_EQ(p.LaserSubType, 0);
+    const TLaserParamsDef& d = p.DefParams;
+    EXPECT_EQ(d.DataTransType, dttNone);
+    EXPECT_EQ(d.DiodeSetTimeOut, 1000);
+    EXPECT_EQ(d.PWM.Frequency, 5000);
+    EXPECT_DOUBLE_EQ(d.PWM.MinRatio, 0.01);
+    EXPECT_DOUBLE_EQ(d.DA.MaxVoltage, 10.0);
+    EXPECT_EQ(d.Comm.CommSettings, "9600,n,8,1");
+    EXPECT_EQ(d.Comm.Baudrate, 9600);
+    EXPECT_TRUE(d.Comm.IgnoreCommResult);
+    EXPECT_DOUBLE_EQ(d.ConnCheck.ConnCheckTimeIntv, 30.0);
+    // Family records stay zero until the parameter initialiser fills the one the laser needs.
+    EXPECT_EQ(p.CfgIPG.YLS.Wire.LaserOnPort, 0);
+    EXPECT_EQ(p.CfgRay.CtrlMode, 0);
+    EXPECT_TRUE(p.CfgZorun.Desc.empty());
+  };
+  expectDefaults();
   p.Model = "IPG";
   p.InitLaserType(eltIPG, 3);
   p.DefParams.PWM.Frequency = 1;
   p.DefParams.Comm.CommSettings = "115200,n,8,1";
+  p.CfgIPG.YLS.Wire.LaserOnPort = 6;
   p.CfgRay.CtrlMode = 4;
   p.CfgZorun.Desc = "left over";
   p.Initialize();
-  EXPECT_EQ(p.Model, "Error");
-  EXPECT_EQ(p.LaserMainType, eltNone);
-  EXPECT_EQ(p.LaserSubType, 0);
-  EXPECT_EQ(p.DefParams.PWM.Frequency, 5000);
-  EXPECT_EQ(p.DefParams.Comm.CommSettings, "9600,n,8,1");
-  EXPECT_EQ(p.CfgRay.CtrlMode, 0);
-  EXPECT_TRUE(p.CfgZorun.Desc.empty());
+  expectDefaults();
+}
+
+// Each laser keeps its own copy of the record: a copy holds every field, and changing it leaves the original alone.
+TEST(LaserParams, CopyingARecordCopiesEverything) {
+  TLaserParams p;
+  p.Model = "IPG-YLR";
+  p.InitLaserType(eltIPG, 2);
+  p.DefParams.Comm.CommSettings = "57600,n,8,1";
+  p.CfgIPG.YLS.Wire.LaserOnPort = 9;
+  p.CfgZorun.Desc = "激光器";
+  TLaserParams copy;
+  copy = p;
+  EXPECT_EQ(copy.Model, "IPG-YLR");
+  EXPECT_EQ(copy.LaserSubType, 2);
+  EXPECT_EQ(copy.DefParams.Comm.CommSettings, "57600,n,8,1");
+  EXPECT_EQ(copy.CfgIPG.YLS.Wire.LaserOnPort, 9);
+  EXPECT_EQ(copy.CfgZorun.Desc, "激光器");
+  copy.CfgZorun.Desc.clear();
+  EXPECT_EQ(p.CfgZorun.Desc, "激光器");
 }
 
 TEST(LaserParams, FamilyRecordDefaults) {

@@ -70,6 +70,11 @@ TEST_F(IniLocaleTest, LongChineseLinesAreReadWhole) {
 
 TEST_F(IniLocaleTest, BadFilesAreRefusedWithTheFileAndLineAndTheTextsLoadedBeforeStay) {
   std::string error;
+  std::string missing = (FDir / "absent.ini").string();
+  EXPECT_FALSE(FLocale.Load(missing, error));
+  EXPECT_THAT(error, AllOf(HasSubstr(missing), HasSubstr("No such file")));
+  EXPECT_FALSE(FLocale.IsLoaded());  // nothing is loaded until a file is
+  EXPECT_EQ(Read("Device_Strs", "SLaser"), "default");
   ASSERT_TRUE(FLocale.LoadText("[Device_Strs]\nSLaser=Laser\n", "good.ini", error));
 
   struct TCase {
@@ -89,19 +94,8 @@ TEST_F(IniLocaleTest, BadFilesAreRefusedWithTheFileAndLineAndTheTextsLoadedBefor
     EXPECT_THAT(error, AllOf(HasSubstr(path), HasSubstr(c.Expected)));
     EXPECT_EQ(Read("Device_Strs", "SLaser"), "Laser");
   }
-
-  std::string missing = (FDir / "absent.ini").string();
   EXPECT_FALSE(FLocale.Load(missing, error));
-  EXPECT_THAT(error, AllOf(HasSubstr(missing), HasSubstr("No such file")));
   EXPECT_TRUE(FLocale.IsLoaded());
-}
-
-TEST_F(IniLocaleTest, NothingIsLoadedUntilAFileIs) {
-  EXPECT_FALSE(FLocale.IsLoaded());
-  EXPECT_EQ(Read("Device_Strs", "SLaser"), "default");
-  std::string error;
-  EXPECT_FALSE(FLocale.Load((FDir / "absent.ini").string(), error));
-  EXPECT_FALSE(FLocale.IsLoaded());
 }
 
 }  // namespace

@@ -27,32 +27,25 @@ TEST(SimCtrlExtIOTest, DefaultPortsExistAsConfiguredAndPortZeroOnlyForAnalogue) 
 
   refhost::TSimIOPorts ports;
   ports.Outputs = refhost::TSimIOPorts::Range(0, 8);
-  ports.Pwm = refhost::TSimIOPorts::Range(2, 2);
   TSimCtrlExtIO custom(ports);
   EXPECT_FALSE(custom.GetOutPortExist(0));  // 0 means "not used", whatever was asked for
   EXPECT_TRUE(custom.GetOutPortExist(8));
   EXPECT_FALSE(custom.GetOutPortExist(9));
-  EXPECT_FALSE(custom.GetPwmPortExist(1));
+  EXPECT_FALSE(custom.GetPwmPortExist(1));  // sets not given are empty
   EXPECT_FALSE(custom.GetInPortExist(1));
 }
 
 TEST(SimCtrlExtIOTest, WrittenValuesReadBackAndOnlyExistingPortsChange) {
   TSimCtrlExtIO io;
-  io.SetOutputbit(5, true);
-  io.SetOutputbit(0, true);
-  io.SetOutputbit(200, true);
+  for (uint8_t port : {5, 0, 200}) io.SetOutputbit(port, true);
   EXPECT_TRUE(io.GetOutputBit(5));
   EXPECT_FALSE(io.GetOutputBit(0));
   EXPECT_FALSE(io.GetOutputBit(200));
 
   io.SetPwmEn(1, true);
-  io.SetPwmFreq(1, 5000.0);
-  io.SetPwmRatio(1, 0.25);
   io.SetPwmFreq(9, 100.0);
   io.SetDAValue(0, 7.5);
   EXPECT_TRUE(io.GetPwmEn(1));
-  EXPECT_EQ(io.GetPwmFreq(1), 5000.0);
-  EXPECT_EQ(io.GetPwmRatio(1), 0.25);
   EXPECT_EQ(io.GetPwmFreq(9), 0.0);
   EXPECT_EQ(io.GetDAValue(0), 7.5);
 
@@ -69,6 +62,7 @@ TEST(SimCtrlExtIOTest, WrittenValuesReadBackAndOnlyExistingPortsChange) {
   EXPECT_TRUE(io.GetInputBit(3));
 }
 
+// The lines are what an operator compares with the controller's own IO log, so they are exact.
 TEST(SimCtrlExtIOTest, EveryWriteIsRecordedInOrderAndPrintedWithAPointAsDecimalSeparator) {
   TSimCtrlExtIO io;
   auto printed = std::make_shared<refhost::TRecordingSink>();
@@ -77,37 +71,29 @@ TEST(SimCtrlExtIOTest, EveryWriteIsRecordedInOrderAndPrintedWithAPointAsDecimalS
   io.SetPwmEn(1, false);
   io.SetPwmFreq(1, 5000.0);
   io.SetPwmRatio(1, 0.5);
-  io.SetDAValue(3, 4.0);
   io.SetOutputbit(0, true);  // recorded though the port does not exist
   io.CloseAllOutports();
-  io.SetDAValue(1, 2.0 / 3.0);
+  io.SetDAValue(3, 2.0 / 3.0);
 
-  const std::vector<std::string> expected = {"SetOutputbit: 5, True", "SetPwmEn: 1, False",   "SetPwmFreq: 1, 5000.000",
-                                             "SetPwmRatio: 1, 0.500", "SetDAValue: 3, 4.000", "SetOutputbit: 0, True",
-                                             "CloseAllOutports",      "SetDAValue: 1, 0.667"};
-  auto writes = io.Writes();
-  ASSERT_EQ(writes.size(), expected.size());
+  const std::vector<std::string> expected = {
+      "SetOutputbit: 5, True", "SetPwmEn: 1, False", "SetPwmFreq: 1, 5000.000", "SetPwmRatio: 1, 0.500",
+      "SetOutputbit: 0, True", "CloseAllOutports",   "SetDAValue: 3, 0.667"};
   std::vector<std::string> lines;
-  for (size_t i = 0; i < writes.size(); ++i) {
-    lines.push_back(writes[i].Line());
-    if (i > 0) {
-      EXPECT_GE(writes[i].Time, writes[i - 1].Time);
-    }
-  }
+  for (const auto& write : io.Writes()) lines.push_back(write.Line());
   EXPECT_EQ(lines, expected);
-  EXPECT_EQ(writes[2].Value, 5000.0);
-
+  EXPECT_EQ(io.Writes()[2].Value, 5000.0);
+  EXPECT_EQ(io.GetPwmFreq(1), 5000.0);
+  EXPECT_EQ(io.GetPwmRatio(1), 0.5);
+  EXPECT_LE(io.Writes().front().Time, io.Writes().back().Time);
   EXPECT_EQ(printed->Texts(refhost::TEntryKind::Log), expected);
   EXPECT_EQ(printed->Entries().front().Category, "IO");
 
   io.ClearWrites();
-  EXPECT_TRUE(io.Writes().empty());
-  EXPECT_EQ(io.GetDAValue(3), 4.0);  // clearing the log keeps the state
-
   io.SetPrintSink(nullptr);
   io.SetOutputbit(1, true);
+  EXPECT_EQ(io.Writes().size(), 1u);  // clearing the log keeps the state, and stopping printing keeps recording
+  EXPECT_EQ(io.GetDAValue(3), 2.0 / 3.0);
   EXPECT_EQ(printed->Count(), expected.size());
-  EXPECT_EQ(io.Writes().size(), 1u);
 }
 
 TEST(SimCtrlExtIOTest, WaitersWakeWhenAnotherThreadChangesTheState) {
