@@ -27,7 +27,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const fs::path kSourceDir = fs::path(__FILE__).parent_path().parent_path().parent_path();
+const fs::path kSourceDir = DEVLASER_SOURCE_DIR;
 
 // Every key of a tree as "Node.Sub.Key=value" lines, sub-nodes in order: two trees are equal when their dumps are.
 void Dump(const nchost::TXmlSubConfig& node, const std::string& path, std::ostringstream& out) {

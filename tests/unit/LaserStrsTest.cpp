@@ -21,8 +21,7 @@
 namespace devlaser {
 namespace {
 
-const std::filesystem::path kEnglishFile =
-    std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "locale" / "en.ini";
+const std::filesystem::path kEnglishFile = std::filesystem::path(DEVLASER_SOURCE_DIR) / "locale" / "en.ini";
 
 TMessage Msg(int i) { return TMessage{static_cast<EMsg>(i)}; }
 
