@@ -1,7 +1,6 @@
-// laserctl as its users run it: the default laser's status keys, emission switching on through its timed IO
-// hand-shake, parameter records and the diode current on the DA output, machine-readable output, and how bad
-// words, bad files and a stop signal are handled. Every test runs the built program as a subprocess against the real
-// plug-in.
+// laserctl as its users run it, as a subprocess against the real plug-in: the default laser's status keys, emission
+// through its timed IO hand-shake, parameter records and the DA output, machine-readable output, and how bad
+// words, bad files and a stop signal are handled.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,18 +9,13 @@
 
 namespace {
 
-using laserctltest::JsonLines;
-using laserctltest::RunLaserctl;
+using namespace laserctltest;
 using nlohmann::json;
 using testsupport::TScratchDir;
 
 // The default laser with a shutter-ready output 5 held 300 ms before the emission gate output 6.
-constexpr const char* kReadyThenGateParams = R"({
-  "Model": "Default",
-  "LaserMainType": "eltOther",
-  "DefParams": {"CtrlPort": 6, "DA": {"DAPort": 1}},
-  "CfgOther": {"ShutterReady": 5, "ShutterReadyDelay": 300}
-})";
+constexpr const char* kReadyThenGateParams = R"({"Model": "Default", "LaserMainType": "eltOther",
+  "DefParams": {"CtrlPort": 6}, "CfgOther": {"ShutterReady": 5, "ShutterReadyDelay": 300}})";
 
 TEST(LaserctlTest, StatusWithoutConfigurationShowsTheDefaultLasersKeys) {
   const auto run = RunLaserctl({"--json", "status"});
@@ -83,13 +77,9 @@ TEST(LaserctlTest, BadCommandWordsAreReportedWithTheirPositionAndTheValidOnesSti
 
 TEST(LaserctlTest, ParameterRecordProblemsNameTheFieldAndTheGoodFieldsStillReachTheLaser) {
   TScratchDir scratch;
-  const auto params = scratch.Write("params.json", R"({
-    "Model": "Default",
-    "LaserMainType": 16,
+  const auto params = scratch.Write("params.json", R"({"Model": "Default", "LaserMainType": 16, "CfgOther": 5,
     "DefParams": {"CtrlPort": "six", "Bogus": 1, "PWM": {"Frequency": 2500, "Ratio": 0.25}, "DA": {"DAPort": 1},
-                  "DataTransType": "dttCarrierPigeon"},
-    "CfgOther": 5
-  })");
+                  "DataTransType": "dttCarrierPigeon"}})");
   const auto run = RunLaserctl({"--json", "--params", params, "diode", "60", "status"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   EXPECT_NE(run.Err.find(params + ": unknown field DefParams.Bogus"), std::string::npos) << run.Err;

@@ -2,16 +2,18 @@
 // exit status.
 #pragma once
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,16 +31,6 @@ struct TRunResult {
   std::string Err;
 };
 
-inline std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  for (size_t start = 0; start < text.size();) {
-    const size_t end = std::min(text.find('\n', start), text.size());
-    lines.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return lines;
-}
-
 inline std::string BinDir() { return DEVLASER_BIN_DIR; }
 inline std::string SourceDir() { return DEVLASER_SOURCE_DIR; }
 
@@ -49,8 +41,8 @@ using TSignalWhen = std::function<int(const std::string& err)>;
 inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSignalWhen& signalWhen = {},
                               std::chrono::seconds timeout = std::chrono::seconds(60)) {
   TRunResult result;
-  int outPipe[2], errPipe[2];
-  if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
+  int outPipe[2], errPipe[2];  // close-on-exec: the child keeps only the copies on its stdout and stderr
+  if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
     ADD_FAILURE() << "pipe failed";
     return result;
   }
@@ -58,7 +50,6 @@ inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSigna
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-  for (int fd : {outPipe[0], outPipe[1], errPipe[0], errPipe[1]}) posix_spawn_file_actions_addclose(&actions, fd);
   const std::string program = BinDir() + "/laserctl";
   std::vector<char*> argv{const_cast<char*>(program.c_str())};
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
@@ -69,51 +60,43 @@ inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSigna
   close(outPipe[1]);
   close(errPipe[1]);
   pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-  if (spawned != 0) {
-    ADD_FAILURE() << "cannot start " << program;
-    for (auto& fd : fds) close(fd.fd);
-    return result;
-  }
+  std::string* const sinks[2] = {&result.Out, &result.Err};
+  if (spawned != 0) ADD_FAILURE() << "cannot start " << program;
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   bool signalled = false;
-  for (int open = 2; open > 0;) {
+  while (spawned == 0 && (fds[0].fd >= 0 || fds[1].fd >= 0)) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
       ADD_FAILURE() << "laserctl did not end within " << timeout.count() << " s; killed";
       kill(pid, SIGKILL);
       break;
     }
-    if (poll(fds, 2, static_cast<int>(left.count())) < 0) continue;
+    if (poll(fds, 2, static_cast<int>(left.count())) <= 0) continue;
     for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
       char buffer[4096];
       const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        (i == 0 ? result.Out : result.Err).append(buffer, static_cast<size_t>(n));
-      } else {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open;
-      }
+      if (n > 0) sinks[i]->append(buffer, static_cast<size_t>(n));
+      if (n <= 0) close(std::exchange(fds[i].fd, -1));
     }
     if (const int signal = signalWhen && !signalled ? signalWhen(result.Err) : 0) {
       kill(pid, signal);
       signalled = true;
     }
   }
-  for (auto& fd : fds)
+  for (const auto& fd : fds)
     if (fd.fd >= 0) close(fd.fd);
   int status = 0;
-  waitpid(pid, &status, 0);
-  if (WIFEXITED(status)) result.ExitStatus = WEXITSTATUS(status);
+  if (spawned == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) result.ExitStatus = WEXITSTATUS(status);
   return result;
 }
 
 // Parses every line as JSON; a line that is not JSON fails the test.
 inline std::vector<nlohmann::json> JsonLines(const std::string& text) {
   std::vector<nlohmann::json> objects;
-  for (const auto& line : Lines(text)) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
     try {
       objects.push_back(nlohmann::json::parse(line));
     } catch (const nlohmann::json::exception& e) {
