@@ -13,7 +13,6 @@ using laserctltest::JsonLines;
 using laserctltest::RunLaserctl;
 
 TEST(IpgYlrLaserctlTest, ExampleConfigurationSwitchesEmissionAndCurrentOnTheSimulatedLaser) {
-  LASERCTL_REQUIRE_PLUGIN();
   const auto run = RunLaserctl({"--config", laserctltest::SourceDir() + "/examples/ipg-ylr-tcp.json", "--sim", "--json",
                                 "emission-on", "diode", "40", "wait", "300", "status", "alarms"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;

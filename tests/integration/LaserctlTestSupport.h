@@ -1,8 +1,8 @@
 // Runs laserctl as a subprocess, as a person or a script would: its arguments, its standard output and error, its
-// exit status. Scratch files for configurations and parameter records are removed with the fixture.
+// exit status.
 #pragma once
 
-#include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -10,62 +10,29 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "support/ScratchDir.h"
 
 extern char** environ;
 
 namespace laserctltest {
 
 struct TRunResult {
-  int ExitStatus = -1;  // -1 when laserctl did not exit normally
-  int Signal = 0;       // the signal that ended it, if one did
+  int ExitStatus = -1;  // -1 when laserctl did not exit normally (a signal ended it)
   std::string Out;
   std::string Err;
-
-  std::vector<std::string> OutLines() const { return Lines(Out); }
-  std::vector<std::string> ErrLines() const { return Lines(Err); }
-
-  static std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-      size_t end = text.find('\n', start);
-      if (end == std::string::npos) end = text.size();
-      lines.push_back(text.substr(start, end - start));
-      start = end + 1;
-    }
-    return lines;
-  }
-  // Where `part` first appears on standard error; npos when it does not.
-  size_t ErrPos(const std::string& part) const { return Err.find(part); }
 };
 
 inline std::string BinDir() { return DEVLASER_BIN_DIR; }
 inline std::string SourceDir() { return DEVLASER_SOURCE_DIR; }
-
-// Whether the plug-in beside laserctl exports its entry points. While it is built without them (its factory not yet
-// written), the tests that need a laser are skipped rather than failed; from then on they run.
-inline bool PluginHasEntryPoints() {
-  static const bool has = [] {
-    void* handle = dlopen((BinDir() + "/libDevLaser.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle == nullptr) return false;
-    const bool found = dlsym(handle, "DevLaser_GetApi") != nullptr;
-    dlclose(handle);
-    return found;
-  }();
-  return has;
-}
-
-#define LASERCTL_REQUIRE_PLUGIN() \
-  if (!laserctltest::PluginHasEntryPoints()) GTEST_SKIP() << "libDevLaser.so does not export its entry points yet"
 
 // Called with the standard error read so far; returns a signal to send to laserctl, or 0.
 using TSignalWhen = std::function<int(const std::string& err)>;
@@ -74,8 +41,8 @@ using TSignalWhen = std::function<int(const std::string& err)>;
 inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSignalWhen& signalWhen = {},
                               std::chrono::seconds timeout = std::chrono::seconds(60)) {
   TRunResult result;
-  int outPipe[2], errPipe[2];
-  if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
+  int outPipe[2], errPipe[2];  // close-on-exec: the child keeps only the copies on its stdout and stderr
+  if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
     ADD_FAILURE() << "pipe failed";
     return result;
   }
@@ -83,8 +50,6 @@ inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSigna
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
   posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-  for (int fd : {outPipe[0], outPipe[1], errPipe[0], errPipe[1]}) posix_spawn_file_actions_addclose(&actions, fd);
-
   const std::string program = BinDir() + "/laserctl";
   std::vector<char*> argv{const_cast<char*>(program.c_str())};
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
@@ -94,58 +59,44 @@ inline TRunResult RunLaserctl(const std::vector<std::string>& args, const TSigna
   posix_spawn_file_actions_destroy(&actions);
   close(outPipe[1]);
   close(errPipe[1]);
-  if (spawned != 0) {
-    ADD_FAILURE() << "cannot start " << program;
-    close(outPipe[0]);
-    close(errPipe[0]);
-    return result;
-  }
+  pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+  std::string* const sinks[2] = {&result.Out, &result.Err};
+  if (spawned != 0) ADD_FAILURE() << "cannot start " << program;
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   bool signalled = false;
-  pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
-  int open = 2;
-  while (open > 0) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  while (spawned == 0 && (fds[0].fd >= 0 || fds[1].fd >= 0)) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
       ADD_FAILURE() << "laserctl did not end within " << timeout.count() << " s; killed";
       kill(pid, SIGKILL);
       break;
     }
-    if (poll(fds, 2, static_cast<int>(left.count())) < 0) continue;
+    if (poll(fds, 2, static_cast<int>(left.count())) <= 0) continue;
     for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
+      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
       char buffer[4096];
       const ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        (i == 0 ? result.Out : result.Err).append(buffer, static_cast<size_t>(n));
-      } else {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open;
-      }
+      if (n > 0) sinks[i]->append(buffer, static_cast<size_t>(n));
+      if (n <= 0) close(std::exchange(fds[i].fd, -1));
     }
-    if (signalWhen && !signalled) {
-      if (const int signal = signalWhen(result.Err)) {
-        kill(pid, signal);
-        signalled = true;
-      }
+    if (const int signal = signalWhen && !signalled ? signalWhen(result.Err) : 0) {
+      kill(pid, signal);
+      signalled = true;
     }
   }
-  for (auto& fd : fds)
+  for (const auto& fd : fds)
     if (fd.fd >= 0) close(fd.fd);
   int status = 0;
-  waitpid(pid, &status, 0);
-  if (WIFEXITED(status)) result.ExitStatus = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.Signal = WTERMSIG(status);
+  if (spawned == 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) result.ExitStatus = WEXITSTATUS(status);
   return result;
 }
 
 // Parses every line as JSON; a line that is not JSON fails the test.
 inline std::vector<nlohmann::json> JsonLines(const std::string& text) {
   std::vector<nlohmann::json> objects;
-  for (const auto& line : TRunResult::Lines(text)) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
     try {
       objects.push_back(nlohmann::json::parse(line));
     } catch (const nlohmann::json::exception& e) {
@@ -154,29 +105,5 @@ inline std::vector<nlohmann::json> JsonLines(const std::string& text) {
   }
   return objects;
 }
-
-// A scratch folder of the test, removed with it.
-class TScratch {
- public:
-  TScratch() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "laserctl-test-XXXXXX").string();
-    FDir = mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~TScratch() {
-    std::error_code ec;
-    if (!FDir.empty()) std::filesystem::remove_all(FDir, ec);
-  }
-  TScratch(const TScratch&) = delete;
-  TScratch& operator=(const TScratch&) = delete;
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    const std::string path = FDir + "/" + name;
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-  }
-
- private:
-  std::string FDir;
-};
 
 }  // namespace laserctltest

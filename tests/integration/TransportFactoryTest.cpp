@@ -7,8 +7,7 @@
 namespace refhost {
 namespace {
 
-using transporttest::ClosedPort;
-using transporttest::TLogRecorder;
+using namespace transporttest;
 
 const std::string kIp = "127.0.0.24";
 

@@ -1,18 +1,15 @@
-// Helpers of the transport tests: a log that records, scratch folders, and loopback sockets that accept, or that
-// never answer.
+// Helpers of the transport tests: a log that records, and loopback sockets that accept, or that never answer.
 #pragma once
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -33,11 +30,8 @@ class TLogRecorder {
       FLines.push_back(line);
     };
   }
-  std::vector<std::string> Lines() const {
-    std::lock_guard lock(FMutex);
-    return FLines;
-  }
-  size_t CountContaining(const std::string& text) const {
+  // The lines that contain `text`; every line when it is empty.
+  size_t CountContaining(const std::string& text = {}) const {
     std::lock_guard lock(FMutex);
     return static_cast<size_t>(std::count_if(
         FLines.begin(), FLines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
@@ -46,24 +40,6 @@ class TLogRecorder {
  private:
   mutable std::mutex FMutex;
   std::vector<std::string> FLines;
-};
-
-// A folder of its own under the temporary folder, removed with everything in it.
-class TScratchDir {
- public:
-  TScratchDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "transport-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) FPath = pattern;
-  }
-  ~TScratchDir() {
-    std::error_code ignored;
-    if (!FPath.empty()) std::filesystem::remove_all(FPath, ignored);
-  }
-  const std::string& Path() const { return FPath; }
-  std::string operator/(const std::string& name) const { return FPath + "/" + name; }
-
- private:
-  std::string FPath;
 };
 
 inline sockaddr_in LoopbackAddress(const std::string& ip, uint16_t port) {
@@ -100,36 +76,34 @@ inline bool Readable(int fd, int timeoutMs) {
 // A TCP listener on a loopback address and a free port.
 class TTcpListener {
  public:
-  explicit TTcpListener(const std::string& ip, int backlog = 8) : FFd(BoundSocket(SOCK_STREAM, ip)), FIp(ip) {
+  explicit TTcpListener(const std::string& ip, int backlog = 8) : FFd(BoundSocket(SOCK_STREAM, ip)) {
     if (FFd.Valid()) ::listen(FFd.Get(), backlog);
   }
-  bool Valid() const { return FFd.Valid(); }
   uint16_t Port() const { return LocalPort(FFd.Get()); }
-  std::string PortText() const { return std::to_string(Port()); }
-  const std::string& Ip() const { return FIp; }
   // The next connection, or an empty descriptor after `timeoutMs`.
   refhost::TUniqueFd Accept(int timeoutMs = 2000) {
     if (!Readable(FFd.Get(), timeoutMs)) return {};
     return refhost::TUniqueFd(::accept4(FFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   }
+  bool HasPendingConnection(int timeoutMs) const { return Readable(FFd.Get(), timeoutMs); }
 
  private:
   refhost::TUniqueFd FFd;
-  std::string FIp;
 };
 
 // A listener that never answers a connection attempt: its backlog is zero and one connection that is never
 // accepted fills it, so the kernel drops every further SYN and a client waits for its time-out. This gives a
-// silent host on loopback without touching any other network.
+// silent host on loopback without touching any other network. The filler must be queued before the listener is
+// used, or a busy machine lets the client's connection in first.
 class TSilentListener {
  public:
   explicit TSilentListener(const std::string& ip) : FListener(ip, 0) {
     FFiller.Reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in address = LoopbackAddress(ip, FListener.Port());
     ::connect(FFiller.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    FListener.HasPendingConnection(5000);
   }
   uint16_t Port() const { return FListener.Port(); }
-  std::string PortText() const { return FListener.PortText(); }
 
  private:
   TTcpListener FListener;

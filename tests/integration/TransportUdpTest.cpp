@@ -1,8 +1,5 @@
 // The POSIX UDP client over loopback.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-
-#include <string>
 
 #include "TransportTestSupport.h"
 #include "refhost/transport/PosixUdpClient.h"
@@ -10,9 +7,7 @@
 namespace refhost {
 namespace {
 
-using transporttest::BoundSocket;
-using transporttest::LocalPort;
-using transporttest::LoopbackAddress;
+using namespace transporttest;
 
 const std::string kIp = "127.0.0.22";
 
@@ -26,7 +21,7 @@ class TransportUdpTest : public ::testing::Test {
 
   // Receives one datagram at the laser's socket and answers it with `reply` to the sender.
   std::string AnswerOne(const std::string& reply) {
-    if (!transporttest::Readable(FLaser.Get(), 2000)) return "(nothing came)";
+    if (!Readable(FLaser.Get(), 2000)) return "(nothing came)";
     char buffer[2048];
     sockaddr_storage from{};
     socklen_t length = sizeof from;
@@ -71,7 +66,12 @@ TEST_F(TransportUdpTest, ReceivesOnlyFromTheRemoteAddress) {
   EXPECT_EQ(FClient.Receive(100), "");
 }
 
-TEST_F(TransportUdpTest, AMissingListenerDoesNotEndTheSocket) {
+TEST_F(TransportUdpTest, OpenRefusesABadPortAndAMissingListenerDoesNotEndTheSocket) {
+  FClient.SetRemotePort(0);
+  EXPECT_FALSE(FClient.Open());
+  EXPECT_NE(FClient.LastError().find("port 0"), std::string::npos) << FClient.LastError();
+  EXPECT_EQ(FClient.Send("x"), -1);
+
   TUniqueFd gone = BoundSocket(SOCK_DGRAM, kIp);
   FClient.SetRemotePort(LocalPort(gone.Get()));
   gone.Reset();
@@ -81,16 +81,6 @@ TEST_F(TransportUdpTest, AMissingListenerDoesNotEndTheSocket) {
   EXPECT_EQ(FClient.Receive(100), "");
   EXPECT_EQ(FClient.Send("ping"), 4);
   EXPECT_TRUE(FClient.Active());
-}
-
-TEST_F(TransportUdpTest, OpenRefusesABadPortAndCloseEndsTheSocket) {
-  FClient.SetRemotePort(0);
-  EXPECT_FALSE(FClient.Open());
-  EXPECT_NE(FClient.LastError().find("port 0"), std::string::npos) << FClient.LastError();
-  EXPECT_EQ(FClient.Send("x"), -1);
-
-  FClient.SetRemotePort(LocalPort(FLaser.Get()));
-  ASSERT_TRUE(FClient.Open());
   FClient.Close();
   EXPECT_FALSE(FClient.Active());
   EXPECT_EQ(FClient.Send("x"), -1);
