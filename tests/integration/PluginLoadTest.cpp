@@ -39,29 +39,12 @@ bool ThreadCountReturnsTo(size_t expected, std::chrono::seconds timeout = 10s) {
 }
 
 // The plug-in, loaded the way a host loads it.
-class TPlugin {
- public:
-  TPlugin() : FHandle(dlopen(kPluginPath, RTLD_NOW | RTLD_LOCAL)) {}
-  ~TPlugin() {
-    if (FHandle) dlclose(FHandle);
-  }
-  TPlugin(const TPlugin&) = delete;
-  TPlugin& operator=(const TPlugin&) = delete;
+using TPlugin = std::unique_ptr<void, int (*)(void*)>;
 
-  bool Loaded() const { return FHandle != nullptr; }
-  void* Symbol(const char* name) const { return dlsym(FHandle, name); }
-  int32_t Version() const {
-    auto fn = reinterpret_cast<int32_t (*)()>(Symbol("DevLaser_HostInterfaceVersion"));
-    return fn ? fn() : -1;
-  }
-  const devlaser::TDevLaserApi* Api() const {
-    auto fn = reinterpret_cast<const devlaser::TDevLaserApi* (*)()>(Symbol("DevLaser_GetApi"));
-    return fn ? fn() : nullptr;
-  }
-
- private:
-  void* FHandle;
-};
+template <class Fn>
+Fn* Entry(const TPlugin& plugin, const char* name) {
+  return reinterpret_cast<Fn*>(dlsym(plugin.get(), name));
+}
 
 class PluginLoadTest : public ::testing::Test {
  protected:
@@ -70,10 +53,13 @@ class PluginLoadTest : public ::testing::Test {
     // that the baseline already holds it.
     std::thread([] {}).join();
     FBaseline = ThreadCount();
-    FPlugin = std::make_unique<TPlugin>();
-    ASSERT_TRUE(FPlugin->Loaded()) << dlerror();
-    ASSERT_EQ(FPlugin->Version(), nchost::kHostInterfaceVersion);
-    FApi = FPlugin->Api();
+    FPlugin.reset(dlopen(kPluginPath, RTLD_NOW | RTLD_LOCAL));
+    ASSERT_NE(FPlugin, nullptr) << dlerror();
+    auto* version = Entry<int32_t()>(FPlugin, "DevLaser_HostInterfaceVersion");
+    auto* api = Entry<const devlaser::TDevLaserApi*()>(FPlugin, "DevLaser_GetApi");
+    ASSERT_TRUE(version != nullptr && api != nullptr);
+    ASSERT_EQ(version(), nchost::kHostInterfaceVersion);
+    FApi = api();
     ASSERT_NE(FApi, nullptr);
     ASSERT_TRUE(FApi->Load(&FApp));
   }
@@ -94,16 +80,9 @@ class PluginLoadTest : public ::testing::Test {
   std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
   refhost::TRefApp FApp{FSink};
   std::shared_ptr<refhost::TSimCtrlExtIO> FIO = std::make_shared<refhost::TSimCtrlExtIO>();
-  std::unique_ptr<TPlugin> FPlugin;
+  TPlugin FPlugin{nullptr, dlclose};
   const devlaser::TDevLaserApi* FApi = nullptr;
 };
-
-TEST_F(PluginLoadTest, OnlyTheEntryPointsAreVisible) {
-  EXPECT_EQ(FPlugin->Symbol("_ZN8devlaser16LoadLaserLibraryEPN6nchost10TAppSystemE"), nullptr);
-  EXPECT_EQ(FPlugin->Symbol("_ZN8devlaser12DestroyLaserEv"), nullptr);
-  EXPECT_EQ(FPlugin->Symbol("_ZTIN6nchost10INcLaser30E"), nullptr) << "the host's type information stays inside";
-  EXPECT_EQ(FApp.LocaleProcCount(), 1u);
-}
 
 TEST_F(PluginLoadTest, AThousandMixedLasersLeaveNoThreadBehind) {
   const char* const models[] = {"Default", "CO2", "LPing", "OVNT", "Rofin", "Unknown-1", "Trumpf", "Meiman"};
@@ -173,7 +152,12 @@ TEST_F(PluginLoadTest, DestroyingDuringALongReadyDelayReturnsPromptly) {
   laser.reset();
 }
 
-TEST_F(PluginLoadTest, NoEntryPointThrowsAtItsHost) {
+TEST_F(PluginLoadTest, OnlyTheEntryPointsAreVisibleAndNoneThrowsAtItsHost) {
+  EXPECT_EQ(dlsym(FPlugin.get(), "_ZN8devlaser16LoadLaserLibraryEPN6nchost10TAppSystemE"), nullptr);
+  EXPECT_EQ(dlsym(FPlugin.get(), "_ZN8devlaser12DestroyLaserEv"), nullptr);
+  EXPECT_EQ(dlsym(FPlugin.get(), "_ZTIN6nchost10INcLaser30E"), nullptr) << "the host's type information stays inside";
+  EXPECT_EQ(FApp.LocaleProcCount(), 1u);
+
   // A configuration node that is not the plug-in's laser configuration gives the default laser and a log line.
   nchost::TXmlSubConfig foreign(nullptr, "Laser");
   auto laser = FApi->CreateLaserFromConfig(&foreign, FIO, nullptr);

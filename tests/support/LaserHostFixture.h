@@ -6,17 +6,27 @@
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "frame/HostServices.h"
 #include "frame/LaserParams.h"
+#include "host/XmlSubConfig.h"
 #include "refhost/RecordingSink.h"
 #include "refhost/RefApp.h"
 #include "refhost/SimCtrlExtIO.h"
 
 namespace devlaser::testing {
+
+// Sets keys of a configuration node by name, as a stored configuration would; a misspelt key or a value of another
+// type fails the test instead of going unnoticed.
+inline void SetKeys(nchost::TXmlSubConfig& node,
+                    std::initializer_list<std::pair<const char*, nchost::TConfigValue>> keys) {
+  for (const auto& [name, value] : keys) EXPECT_TRUE(node.SetProperty(name, value)) << node.NodeName() << "." << name;
+}
 
 class TLaserHostFixture : public ::testing::Test {
  protected:

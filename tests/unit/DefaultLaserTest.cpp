@@ -48,19 +48,27 @@ TEST_F(TDefaultLaserTest, EmissionIsOnOnlyOnceTheHandshakeHasFinished) {
   EXPECT_FALSE(slow->GetIsEmissionOn());  // still in the ready delay
   slow.reset();
 
-  FParams.CfgOther.ShutterReadyDelay = 20;
-  auto laser = Make();
-  FIO->ClearWrites();
-  auto start = Clock::now();
-  laser->EmissionOn();
-  ASSERT_TRUE(EmissionComesOn(*laser));
-  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
-  auto writes = WritesOf(TIOOp::SetOutputbit);
-  EXPECT_GE(writes[1].Time - writes[0].Time, 20ms);
-  EXPECT_GE(Clock::now() - start, 20ms);
-  // A query puts the signal back: asking twice answers the same.
-  EXPECT_TRUE(laser->GetIsEmissionOn());
-  EXPECT_TRUE(laser->GetIsEmissionOn());
+  for (int32_t delay : {100, 0}) {  // even without a delay, ready comes before the gate
+    SCOPED_TRACE(delay);
+    FParams.CfgOther.ShutterReadyDelay = delay;
+    auto laser = Make();
+    FIO->ClearWrites();
+    auto start = Clock::now();
+    laser->EmissionOn();
+    if (delay > 0) {  // requests during a handshake start no second one
+      laser->EmissionOn();
+      laser->ExecuteCmd(5, 0);
+    }
+    ASSERT_TRUE(EmissionComesOn(*laser));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(delay));
+    EXPECT_FALSE(laser->SequenceRunning());
+    EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
+    auto writes = WritesOf(TIOOp::SetOutputbit);
+    EXPECT_GE(writes[1].Time - writes[0].Time, std::chrono::milliseconds(delay));
+    // A query puts the signal back: asking twice answers the same.
+    EXPECT_TRUE(laser->GetIsEmissionOn());
+    EXPECT_TRUE(laser->GetIsEmissionOn());
+  }
 }
 
 TEST_F(TDefaultLaserTest, EmissionOffSwitchesBothOutputsAndTakesTheSignalAway) {
@@ -77,40 +85,7 @@ TEST_F(TDefaultLaserTest, EmissionOffSwitchesBothOutputsAndTakesTheSignalAway) {
   EXPECT_TRUE(EmissionComesOn(*laser));
 }
 
-TEST_F(TDefaultLaserTest, RequestsDuringAHandshakeStartNoSecondOne) {
-  FParams.CfgOther.ShutterReadyDelay = 100;
-  auto laser = Make();
-  FIO->ClearWrites();
-  laser->EmissionOn();
-  laser->EmissionOn();
-  laser->ExecuteCmd(5, 0);
-  ASSERT_TRUE(EmissionComesOn(*laser));
-  EXPECT_FALSE(laser->SequenceRunning());
-  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
-}
-
-TEST_F(TDefaultLaserTest, AReadyDelayOfZeroStillSwitchesReadyBeforeTheGate) {
-  FParams.CfgOther.ShutterReadyDelay = 0;
-  auto laser = Make();
-  FIO->ClearWrites();
-  laser->EmissionOn();
-  ASSERT_TRUE(EmissionComesOn(*laser));
-  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
-}
-
-TEST_F(TDefaultLaserTest, WithoutHandshakePortsEmissionIsTheCommandedFlag) {
-  FParams.CfgOther.ShutterReady = 0;
-  FParams.DefParams.CtrlPort = 0;
-  auto laser = Make();
-  FIO->ClearWrites();
-  laser->EmissionOn();
-  EXPECT_TRUE(laser->GetIsEmissionOn());
-  laser->EmissionOff();
-  EXPECT_FALSE(laser->GetIsEmissionOn());
-  EXPECT_TRUE(OutputLines().empty());
-}
-
-TEST_F(TDefaultLaserTest, AGateWithoutReadyPortOpensAtOnce) {
+TEST_F(TDefaultLaserTest, WithoutAReadyPortTheGateOpensAtOnceAndWithoutAGateEmissionIsTheCommandedFlag) {
   FParams.CfgOther.ShutterReady = 0;
   auto laser = Make();
   FIO->ClearWrites();
@@ -119,6 +94,15 @@ TEST_F(TDefaultLaserTest, AGateWithoutReadyPortOpensAtOnce) {
   EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 4, True"));
   FIO->SetOutputbit(kGatePort, false);  // the gate output dropped: emission reads off
   EXPECT_FALSE(laser->GetIsEmissionOn());
+
+  FParams.DefParams.CtrlPort = 0;
+  laser = Make();
+  FIO->ClearWrites();
+  laser->EmissionOn();
+  EXPECT_TRUE(laser->GetIsEmissionOn());
+  laser->EmissionOff();
+  EXPECT_FALSE(laser->GetIsEmissionOn());
+  EXPECT_TRUE(OutputLines().empty());
 }
 
 TEST_F(TDefaultLaserTest, SwitchingOffDuringTheReadyDelayDoesNotCancelTheHandshake) {

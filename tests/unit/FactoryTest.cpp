@@ -1,19 +1,18 @@
 // The factory through the library's entry points: every model and sub-type rule of the configuration creates the
 // class the registry names, with its transport and key parameters; unknown models, bus lasers without a bus and
 // lasers that fail to build fall back to the default laser; one laser exists at a time.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <typeindex>
-#include <typeinfo>
 #include <vector>
 
 #include "api/DevLaserApi.h"
 #include "core/DefaultLaser.h"
-#include "frame/HostServices.h"
-#include "frame/LaserComm.h"
 #include "frame/LaserError.h"
 #include "frame/LaserStrs.h"
 #include "ipg/Ipg500Laser.h"
@@ -24,20 +23,21 @@
 #include "models/SerialMakerLasers.h"
 #include "raycus/RaycusLasers.h"
 #include "refhost/IniLocaleResource.h"
-#include "refhost/RecordingSink.h"
-#include "refhost/RefApp.h"
-#include "refhost/SimCtrlExtIO.h"
 #include "refhost/SimEcatSystem.h"
 #include "registry/LaserLib.h"
+#include "support/LaserHostFixture.h"
 #include "zorun/ZorunLaser.h"
 
 namespace devlaser {
 namespace {
 
+using namespace std::chrono_literals;
 using refhost::TEntryKind;
-using refhost::TMessageEntry;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using testing::SetKeys;
 
-class FactoryTest : public ::testing::Test {
+class FactoryTest : public testing::TLaserHostFixture {
  protected:
   void SetUp() override {
     ResetMessages();
@@ -56,21 +56,18 @@ class FactoryTest : public ::testing::Test {
       if (e.Type == nchost::msgtype::kError) texts.push_back(e.Text);
     return texts;
   }
-  // The log lines of models that their family does not know (drivers log lines of their own beside them).
+  // The log lines, as "category: text", of models that their family does not know (drivers log lines of their own
+  // beside them).
   std::vector<std::string> UnknownModelLog() const {
     std::vector<std::string> texts;
     for (const auto& e : FSink->Entries(TEntryKind::Log))
       if (e.Type == nchost::msgtype::kLaserLog && e.Text.find(SUnkownLaserType.Text()) != std::string::npos)
-        texts.push_back(e.Text);
+        texts.push_back(e.Category + ": " + e.Text);
     return texts;
   }
 
-  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp FApp{FSink};
-  std::shared_ptr<refhost::TSimCtrlExtIO> FIO = std::make_shared<refhost::TSimCtrlExtIO>();
   std::shared_ptr<refhost::TSimEcatSystem> FEcat = std::make_shared<refhost::TSimEcatSystem>();
   TLaserConfig FConfig;
-  TLaserParams FParams;
 };
 
 std::type_index TypeOf(const std::shared_ptr<TNcLaser>& laser) {
@@ -79,79 +76,80 @@ std::type_index TypeOf(const std::shared_ptr<TNcLaser>& laser) {
 
 // ---- every configuration rule creates the class the registry names ------------------------------------------------
 
+using TConfigure = std::function<void(TLaserConfig&)>;
+
 struct TConfigCase {
   const char* Name;
-  std::function<void(TLaserConfig&)> Configure;
+  TConfigure Configure;
   std::type_index Class;
   int32_t SubType;
   TDataTransType Transport;
 };
 
-TEST_F(FactoryTest, EveryModelAndSubTypeRuleCreatesItsRegisteredClass) {
-  auto ipg = [](const char* model, std::function<void(TLaserIPGConfig&)> more = nullptr) {
-    return [=](TLaserConfig& c) {
-      c.SetModel("IPG");
-      c.GetIPGConfig().SetModel(model);
-      if (more) more(c.GetIPGConfig());
-    };
+TConfigure Ipg(const char* model, std::function<void(TLaserIPGConfig&)> more = nullptr) {
+  return [=](TLaserConfig& c) {
+    c.SetModel("IPG");
+    c.GetIPGConfig().SetModel(model);
+    if (more) more(c.GetIPGConfig());
   };
-  auto raycus = [](const char* type, bool tcp, const char* mode = "CW") {
-    return [=](TLaserConfig& c) {
-      c.SetModel("Raycus");
-      c.GetRaycusConfig().SetType(type);
-      c.GetRaycusConfig().SetUseTcp(tcp);
-      c.GetRaycusConfig().SetPulseModel(mode);
-    };
+}
+TConfigure Raycus(const char* type, bool tcp = false, const char* mode = "CW") {
+  return [=](TLaserConfig& c) {
+    c.SetModel("Raycus");
+    c.GetRaycusConfig().SetType(type);
+    c.GetRaycusConfig().SetUseTcp(tcp);
+    c.GetRaycusConfig().SetPulseModel(mode);
   };
-  auto model = [](const char* m) { return [=](TLaserConfig& c) { c.SetModel(m); }; };
-  auto max = [](const char* m) {
-    return [=](TLaserConfig& c) {
-      c.SetModel("MaxSZ");
-      c.GetMaxSZConfig().SetModel(m);
-    };
+}
+TConfigure Max(const char* model) {
+  return [=](TLaserConfig& c) {
+    c.SetModel("MaxSZ");
+    c.GetMaxSZConfig().SetModel(model);
   };
+}
+TConfigure Model(const char* model) {
+  return [=](TLaserConfig& c) { c.SetModel(model); };
+}
 
+TEST_F(FactoryTest, EveryModelAndSubTypeRuleCreatesItsRegisteredClass) {
+  auto ylsNet = [](TLaserIPGConfig& i) { i.YLS2000().SetUseNetCtrl(true); };
+  auto qcwTcp = [](TLaserIPGConfig& i) {
+    i.SetPulseModel("qcw");
+    i.SetUseTcp(true);
+  };
   const std::vector<TConfigCase> cases = {
-      {"YLR CW on a serial port", ipg("YLR-1000", [](auto& i) { i.SetCommPort(3); }), typeid(TIPG500Laser), 1,
+      {"YLR CW on a serial port", Ipg("YLR-1000", [](auto& i) { i.SetCommPort(3); }), typeid(TIPG500Laser), 1,
        dttSerial},
-      {"YLR QCW over TCP",
-       ipg("YLR-150",
-           [](auto& i) {
-             i.SetPulseModel("qcw");
-             i.SetUseTcp(true);
-           }),
-       typeid(TIPG500Laser), 2, dttNetTcp},
-      {"YLR without a link", ipg("YLR-500", [](auto& i) { i.SetCommPort(0); }), typeid(TIPG500Laser), 1, dttNone},
-      {"YLS on the network", ipg("YLS-6000", [](auto& i) { i.YLS2000().SetUseNetCtrl(true); }), typeid(TIPGYLSLaser), 4,
-       dttNetTcp},
-      {"YLS on the network, USA", ipg("YLS-USA", [](auto& i) { i.YLS2000().SetUseNetCtrl(true); }),
-       typeid(TIPGYLSLaser), 6, dttNetTcp},
-      {"YLS hard-wired", ipg("YLS-2000"), typeid(TIPG1000Laser), 5, dttHardWire},
-      {"YLS hard-wired, USA", ipg("YLS-2000-USA"), typeid(TIPG1000Laser), 7, dttHardWire},
-      {"YLP", ipg("ylp"), typeid(TIPGYLPLaser), 8, dttHardWire},
-      {"Raycus SM", raycus("RFL-C1000-SM", false), typeid(TRaySMLaser), 3, dttSerial},
-      {"Raycus MM", raycus("MM-3000", true), typeid(TRayMMLaser), 4, dttNetUDP},
-      {"Raycus RFL", raycus("RFL-1500", true), typeid(TRaycusRFL), 5, dttNetUDP},
-      {"Raycus QCW", raycus("QCW-150", false), typeid(TRayQCWLaser), 2, dttSerial},
-      {"Raycus CW", raycus("CW-2000", false), typeid(TRaycusLaser), 1, dttSerial},
-      {"Raycus without a model, QCW mode", raycus("", false, "Qcw"), typeid(TRayQCWLaser), 2, dttSerial},
-      {"Raycus without a model, CW mode", raycus("", false), typeid(TRaycusLaser), 1, dttSerial},
-      {"SPI", model("SPI"), typeid(TSPILaser), 1, dttSerial},
-      {"MaxSZ", max("MaxSZ"), typeid(TMaxLaser), 1, dttSerial},
-      {"Max G3", max("MaxG3"), typeid(TMaxG3Laser), 2, dttSerial},
-      {"GSI", model("GSI"), typeid(TJKLaser), 0, dttSerial},
-      {"JK", model("JK"), typeid(TJKLaser), 0, dttSerial},
-      {"NLight", model("NLight"), typeid(TNLightLaser), 0, dttSerial},
-      {"CAS", model("CAS"), typeid(TCASLaser), 0, dttSerial},
-      {"Mars", model("Mars"), typeid(TMarsLaser), 0, dttSerial},
-      {"CO2", model("CO2"), typeid(TCO2Laser), 0, dttNone},
-      {"Trumpf", model("Trumpf"), typeid(TTrumpfLaser), 0, dttNone},
-      {"Meiman", model("Meiman"), typeid(TMeimanLaser), 0, dttNone},
-      {"LPing", model("LPing"), typeid(TLPINGLaser), 0, dttNone},
-      {"Rofin", model("Rofin"), typeid(TRofinLaser), 0, dttNone},
-      {"Optical Valley", model("OVNT"), typeid(TOpticalValleyLaser), 0, dttNone},
-      {"own brand", model("Zorun"), typeid(TZorunLaser), 0, dttNone},
-      {"default", model("Default"), typeid(TDefaultLaser), 0, dttNone},
+      {"YLR QCW over TCP", Ipg("YLR-150", qcwTcp), typeid(TIPG500Laser), 2, dttNetTcp},
+      {"YLR without a link", Ipg("YLR-500", [](auto& i) { i.SetCommPort(0); }), typeid(TIPG500Laser), 1, dttNone},
+      {"YLS on the network", Ipg("YLS-6000", ylsNet), typeid(TIPGYLSLaser), 4, dttNetTcp},
+      {"YLS on the network, USA", Ipg("YLS-USA", ylsNet), typeid(TIPGYLSLaser), 6, dttNetTcp},
+      {"YLS hard-wired", Ipg("YLS-2000"), typeid(TIPG1000Laser), 5, dttHardWire},
+      {"YLS hard-wired, USA", Ipg("YLS-2000-USA"), typeid(TIPG1000Laser), 7, dttHardWire},
+      {"YLP", Ipg("ylp"), typeid(TIPGYLPLaser), 8, dttHardWire},
+      {"Raycus SM", Raycus("RFL-C1000-SM"), typeid(TRaySMLaser), 3, dttSerial},
+      {"Raycus MM", Raycus("MM-3000", true), typeid(TRayMMLaser), 4, dttNetUDP},
+      {"Raycus RFL", Raycus("RFL-1500", true), typeid(TRaycusRFL), 5, dttNetUDP},
+      {"Raycus QCW", Raycus("QCW-150"), typeid(TRayQCWLaser), 2, dttSerial},
+      {"Raycus CW", Raycus("CW-2000"), typeid(TRaycusLaser), 1, dttSerial},
+      {"Raycus without a model, QCW mode", Raycus("", false, "Qcw"), typeid(TRayQCWLaser), 2, dttSerial},
+      {"Raycus without a model, CW mode", Raycus(""), typeid(TRaycusLaser), 1, dttSerial},
+      {"SPI", Model("SPI"), typeid(TSPILaser), 1, dttSerial},
+      {"MaxSZ", Max("MaxSZ"), typeid(TMaxLaser), 1, dttSerial},
+      {"Max G3", Max("MaxG3"), typeid(TMaxG3Laser), 2, dttSerial},
+      {"GSI", Model("GSI"), typeid(TJKLaser), 0, dttSerial},
+      {"JK", Model("JK"), typeid(TJKLaser), 0, dttSerial},
+      {"NLight", Model("NLight"), typeid(TNLightLaser), 0, dttSerial},
+      {"CAS", Model("CAS"), typeid(TCASLaser), 0, dttSerial},
+      {"Mars", Model("Mars"), typeid(TMarsLaser), 0, dttSerial},
+      {"CO2", Model("CO2"), typeid(TCO2Laser), 0, dttNone},
+      {"Trumpf", Model("Trumpf"), typeid(TTrumpfLaser), 0, dttNone},
+      {"Meiman", Model("Meiman"), typeid(TMeimanLaser), 0, dttNone},
+      {"LPing", Model("LPing"), typeid(TLPINGLaser), 0, dttNone},
+      {"Rofin", Model("Rofin"), typeid(TRofinLaser), 0, dttNone},
+      {"Optical Valley", Model("OVNT"), typeid(TOpticalValleyLaser), 0, dttNone},
+      {"own brand", Model("Zorun"), typeid(TZorunLaser), 0, dttNone},
+      {"default", Model("Default"), typeid(TDefaultLaser), 0, dttNone},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.Name);
@@ -169,208 +167,152 @@ TEST_F(FactoryTest, EveryModelAndSubTypeRuleCreatesItsRegisteredClass) {
   }
 }
 
+// Each family's settings reach its parameter record; tuples list the fields in the order the keys name them.
 TEST_F(FactoryTest, IpgTransportsAndPortsFollowTheModel) {
   FConfig.SetModel("IPG");
   auto& ipg = FConfig.GetIPGConfig();
-  ipg.SetModel("YLR-150");
-  ipg.SetUseTcp(true);
-  ipg.SetTcpHost("127.0.0.7");
-  ipg.SetTcpPort(4000);
-  ipg.SetPulseModel("QCW");
-  ipg.SetGateMode(true);
-  ipg.SetPowerCtrlPort(12);
-  ipg.SetMaxCurrent(80.0);
-  ipg.SetYLRKeyOnPort(21);
-  ipg.SetDebugMode(true);
+  // A YLR laser listens on its fixed port whatever is configured; the family's debug flag switches debug mode on.
+  SetKeys(ipg, {{"Model", "YLR-150"},
+                {"UseTcp", true},
+                {"TcpHost", "127.0.0.7"},
+                {"TcpPort", 4000},
+                {"PulseModel", "QCW"},
+                {"GateMode", true},
+                {"PowerCtrlPort", 12},
+                {"MaxCurrent", 80.0},
+                {"YLRKeyOnPort", 21},
+                {"DebugMode", true}});
   Create();
-  EXPECT_EQ(FParams.DefParams.Net.TcpHost, "127.0.0.7");
-  EXPECT_EQ(FParams.DefParams.Net.TcpPort, 10001) << "a YLR laser listens on its fixed port";
-  EXPECT_TRUE(FParams.CfgIPG.YLR.QCWMode);
-  EXPECT_TRUE(FParams.CfgIPG.YLR.GateMode);
-  EXPECT_EQ(FParams.CfgIPG.YLR.YLRKeyOnPort, 21);
-  EXPECT_TRUE(FParams.CfgIPG.PowerCtrl);
-  EXPECT_EQ(FParams.CfgIPG.PowerCtrlPort, 12);
-  EXPECT_DOUBLE_EQ(FParams.CfgIPG.MaxCurrent, 80.0);
-  EXPECT_TRUE(FParams.DefParams.DebugMode) << "the family's debug flag switches debug mode on";
+  const auto& cfg = FParams.CfgIPG;
+  const auto& def = FParams.DefParams;
+  EXPECT_EQ(std::tuple(def.Net.TcpHost, def.Net.TcpPort, cfg.YLR.QCWMode, cfg.YLR.GateMode),
+            std::tuple("127.0.0.7", 10001, true, true));
+  EXPECT_EQ(std::tuple(cfg.PowerCtrl, cfg.PowerCtrlPort, cfg.MaxCurrent, cfg.YLR.YLRKeyOnPort, def.DebugMode),
+            std::tuple(true, 12, 80.0, 21, true));
 
-  ipg.SetModel("YLS-USA");
-  ipg.SetDebugMode(false);
-  auto& yls = ipg.YLS2000();
-  yls.SetUseNetCtrl(true);
-  yls.SetTcpHost("127.0.0.8");
-  yls.SetPowerCtrl(true);
-  yls.SetPowerCtrlPort(14);
+  SetKeys(ipg, {{"Model", "YLS-USA"}, {"DebugMode", false}});
+  SetKeys(ipg.YLS2000(), {{"UseNetCtrl", true}, {"TcpHost", "127.0.0.8"}, {"PowerCtrl", true}, {"PowerCtrlPort", 14}});
   Create();
-  EXPECT_EQ(FParams.DefParams.Net.TcpHost, "127.0.0.8");
-  EXPECT_EQ(FParams.DefParams.Net.TcpPort, 5100);
-  EXPECT_TRUE(FParams.CfgIPG.PowerCtrl);
-  EXPECT_EQ(FParams.CfgIPG.PowerCtrlPort, 14);
+  EXPECT_EQ(std::tuple(def.Net.TcpHost, def.Net.TcpPort, cfg.PowerCtrl, cfg.PowerCtrlPort),
+            std::tuple("127.0.0.8", 5100, true, 14));
 
-  yls.SetUseNetCtrl(false);
-  yls.SetEmissionStatusPort(30);
-  yls.SetPowerOnStrategy(2);
-  ipg.SetLaserOnPulse(700);
-  ipg.SetLaserOnDelay(9000);
+  SetKeys(ipg.YLS2000(), {{"UseNetCtrl", false}, {"EmissionStatusPort", 30}, {"PowerOnStrategy", 2}});
+  SetKeys(ipg, {{"LaserOnPulse", 700}, {"LaserOnDelay", 9000}});
   Create();
-  const auto& wire = FParams.CfgIPG.YLS.Wire;
-  EXPECT_EQ(wire.EmissionStatusPort, 30);
-  EXPECT_EQ(wire.LaserOnPort, 6);
-  EXPECT_EQ(wire.LaserRequestPort, 7);
-  EXPECT_EQ(wire.ProgramStartPort, 8);
-  EXPECT_EQ(wire.LaserRequestDelay, 200);
-  EXPECT_EQ(wire.LaserOnDelay, 9000);
-  EXPECT_EQ(wire.LaserOnPulse, 700);
-  EXPECT_EQ(wire.PowerOnStrategy, 2);
+  const auto& w = cfg.YLS.Wire;  // the on, request and start ports and the request delay keep their defaults
+  EXPECT_EQ(std::tuple(w.EmissionStatusPort, w.LaserOnPort, w.LaserRequestPort, w.ProgramStartPort),
+            std::tuple(30, 6, 7, 8));
+  EXPECT_EQ(std::tuple(w.LaserRequestDelay, w.LaserOnDelay, w.LaserOnPulse, w.PowerOnStrategy),
+            std::tuple(200, 9000, 700, 2));
 
-  ipg.SetModel("YLP");
-  ipg.SetYLPPower5(15);
-  ipg.SetYLPAlarm21(16);
+  SetKeys(ipg, {{"Model", "YLP"}, {"YLPPower5", 15}, {"YLPAlarm21", 16}});
   Create();
-  EXPECT_EQ(FParams.CfgIPG.YLP.YLPPower5, 15);
-  EXPECT_EQ(FParams.CfgIPG.YLP.YLPAlarm21, 16);
-}
-
-TEST_F(FactoryTest, RaycusNetworkAndModuleSettings) {
-  FConfig.SetModel("Raycus");
-  auto& ray = FConfig.GetRaycusConfig();
-  ray.SetType("RFL-C3000");
-  ray.SetUseTcp(true);
-  ray.SetTcpHost("127.0.0.5");
-  ray.SetCtrlMode(2);
-  ray.SetRayStartPort(17);
-  ray.SetMaxCurrent(90.0);
-  ray.SetIgnoreCommResult(true);
-  ray.SetPulseModel("QCW");
-  Create();
-  EXPECT_EQ(FParams.DefParams.Net.TcpHost, "127.0.0.5");
-  EXPECT_EQ(FParams.DefParams.Net.TcpPort, 8099);
-  EXPECT_EQ(FParams.CfgRay.CtrlMode, 2);
-  EXPECT_EQ(FParams.CfgRay.RayStartPort, 17);
-  EXPECT_DOUBLE_EQ(FParams.CfgRay.MaxCurrent, 90.0);
-  EXPECT_TRUE(FParams.CfgRay.PulseMode);
-  EXPECT_TRUE(FParams.DefParams.IgnoreCommRes);
-
-  ray.SetType("SM-1500");
-  ray.SetUseTcp(false);
-  ray.SetCommPort(4);
-  ray.SetCommSettings("115200,n,8,1");
-  Create();
-  EXPECT_EQ(FParams.DefParams.Net.TcpPort, 8098);
-  EXPECT_EQ(FParams.DefParams.Comm.CommPort, 4);
-  EXPECT_EQ(FParams.DefParams.Comm.Baudrate, 115200);
-  EXPECT_EQ(FParams.DefParams.Comm.CommSettings, "115200,n,8,1");
+  EXPECT_EQ(std::tuple(cfg.YLP.YLPPower5, cfg.YLP.YLPAlarm21), std::tuple(15, 16));
 }
 
 TEST_F(FactoryTest, FamilySettingsReachTheParameters) {
-  FConfig.SetModel("GSI");
-  FConfig.GetGSIConfig().SetAddress(7);
-  FConfig.GetGSIConfig().SetDebugMode(true);
+  const auto& def = FParams.DefParams;
+  FConfig.SetModel("Raycus");
+  SetKeys(FConfig.GetRaycusConfig(), {{"Type", "RFL-C3000"},
+                                      {"UseTcp", true},
+                                      {"TcpHost", "127.0.0.5"},
+                                      {"CtrlMode", 2},
+                                      {"RayStartPort", 17},
+                                      {"MaxCurrent", 90.0},
+                                      {"IgnoreCommResult", true},
+                                      {"PulseModel", "QCW"}});
   Create();
-  EXPECT_EQ(FParams.CfgGSI.Address, 7);
-  EXPECT_TRUE(FParams.DefParams.DebugMode);
+  const auto& ray = FParams.CfgRay;
+  EXPECT_EQ(std::tuple(def.Net.TcpHost, def.Net.TcpPort, ray.CtrlMode, ray.RayStartPort, ray.MaxCurrent),
+            std::tuple("127.0.0.5", 8099, 2, 17, 90.0));
+  EXPECT_EQ(std::tuple(ray.PulseMode, def.IgnoreCommRes), std::tuple(true, true));
+  SetKeys(FConfig.GetRaycusConfig(),
+          {{"Type", "SM-1500"}, {"UseTcp", false}, {"CommPort", 4}, {"CommSettings", "115200,n,8,1"}});
+  Create();
+  EXPECT_EQ(std::tuple(def.Net.TcpPort, def.Comm.CommPort, def.Comm.Baudrate, def.Comm.CommSettings),
+            std::tuple(8098, 4, 115200, "115200,n,8,1"));
+
+  FConfig.SetModel("GSI");
+  SetKeys(FConfig.GetGSIConfig(), {{"Address", 7}, {"DebugMode", true}});
+  Create();
+  EXPECT_EQ(std::tuple(FParams.CfgGSI.Address, def.DebugMode), std::tuple(7, true));
 
   FConfig.SetModel("SPI");
   Create();
-  EXPECT_EQ(FParams.DefParams.Comm.CommSettings, "19200,e,8,1");
-  EXPECT_EQ(FParams.DefParams.Comm.Baudrate, 19200);
+  EXPECT_EQ(std::tuple(def.Comm.CommSettings, def.Comm.Baudrate), std::tuple("19200,e,8,1", 19200));
 
   FConfig.SetModel("Trumpf");
-  FConfig.GetIPGConfig().YLS2000().SetLaserExtActivationPort(11);
-  FConfig.GetIPGConfig().YLS2000().SetLaserOnOkPort(13);
+  SetKeys(FConfig.GetIPGConfig().YLS2000(), {{"LaserExtActivationPort", 11}, {"LaserOnOkPort", 13}});
   Create();
-  EXPECT_EQ(FParams.CfgTrumpf.LaserExtActivationPort, 11);
-  EXPECT_EQ(FParams.CfgTrumpf.LaserOnOkPort, 13);
-  EXPECT_EQ(FParams.CfgTrumpf.LaserOnPort, 6);
+  const auto& trumpf = FParams.CfgTrumpf;
+  EXPECT_EQ(std::tuple(trumpf.LaserExtActivationPort, trumpf.LaserOnOkPort, trumpf.LaserOnPort), std::tuple(11, 13, 6));
 
   FConfig.SetModel("Meiman");
-  FConfig.GetMeimanConfig().SetFreqDAPort(2);
-  FConfig.GetMeimanConfig().SetRatioDAPort(3);
+  SetKeys(FConfig.GetMeimanConfig(), {{"FreqDAPort", 2}, {"RatioDAPort", 3}});
   Create();
-  EXPECT_EQ(FParams.CfgMeiMan.FreqDAPort, 2);
-  EXPECT_EQ(FParams.CfgMeiMan.RatioDAPort, 3);
+  EXPECT_EQ(std::tuple(FParams.CfgMeiMan.FreqDAPort, FParams.CfgMeiMan.RatioDAPort), std::tuple(2, 3));
 
   FConfig.SetModel("Rofin");
-  FConfig.GetRofinConfig().SetGatePort(5);
-  FConfig.GetRofinConfig().SetError(40);
+  SetKeys(FConfig.GetRofinConfig(), {{"GatePort", 5}, {"Error", 40}});
   Create();
-  EXPECT_EQ(FParams.CfgRofin.GatePort, 5);
-  EXPECT_EQ(FParams.CfgRofin.Error, 40);
+  EXPECT_EQ(std::tuple(FParams.CfgRofin.GatePort, FParams.CfgRofin.Error), std::tuple(5, 40));
 
   FConfig.SetModel("CO2");
   FConfig.GetCO2Config().SetShutterDelay(300);
   Create();
   EXPECT_EQ(FParams.CfgCO2.ShutterDelay, 300);
 
-  FConfig.SetModel("Default");
-  FConfig.SetShutterReady(3);
-  FConfig.SetShutterReadyDelay(250);
-  auto laser = Create();
-  ASSERT_EQ(TypeOf(laser), std::type_index(typeid(TDefaultLaser)));
-  EXPECT_EQ(dynamic_cast<TDefaultLaser&>(*laser).GetReadyPort(), 3);
-  EXPECT_EQ(dynamic_cast<TDefaultLaser&>(*laser).GetReadyDelay(), 250);
+  SetKeys(FConfig, {{"Model", "Default"}, {"ShutterReady", 3}, {"ShutterReadyDelay", 250}});
+  auto laser = std::dynamic_pointer_cast<TDefaultLaser>(Create());
+  ASSERT_NE(laser, nullptr);
+  EXPECT_EQ(std::tuple(laser->GetReadyPort(), laser->GetReadyDelay()), std::tuple(3, 250));
 
   FConfig.SetModel("Zorun");
   auto& zorun = FConfig.GetZorunConfig();
-  zorun.SetCommType(3);
-  zorun.SetNetAddress("127.0.0.6");
-  zorun.SetNetPort(9000);
-  zorun.SetLaserIdx(2);
+  SetKeys(zorun, {{"CommType", 3}, {"NetAddress", "127.0.0.6"}, {"NetPort", 9000}, {"LaserIdx", 2}});
   Create();
-  EXPECT_EQ(FParams.DefParams.DataTransType, dttNetTcp);
-  EXPECT_EQ(FParams.DefParams.Net.TcpHost, "127.0.0.6");
-  EXPECT_EQ(FParams.DefParams.Net.TcpPort, 9000);
-  EXPECT_EQ(FParams.CfgZorun.LaserIdx, 2);
-  EXPECT_EQ(FParams.CfgZorun.Desc, zorun.Desc());
-  zorun.SetCommType(1);
-  zorun.SetCommPort(6);
+  EXPECT_EQ(std::tuple(def.DataTransType, def.Net.TcpHost, def.Net.TcpPort), std::tuple(dttNetTcp, "127.0.0.6", 9000));
+  EXPECT_EQ(std::tuple(FParams.CfgZorun.LaserIdx, FParams.CfgZorun.Desc), std::tuple(2, zorun.Desc()));
+  SetKeys(zorun, {{"CommType", 1}, {"CommPort", 6}});
   Create();
-  EXPECT_EQ(FParams.DefParams.DataTransType, dttSerial);
-  EXPECT_EQ(FParams.DefParams.Comm.CommPort, 6);
-  EXPECT_EQ(FParams.DefParams.Net.TcpHost, "127.0.0.1") << "a serial laser keeps the network defaults";
+  EXPECT_EQ(std::tuple(def.DataTransType, def.Comm.CommPort), std::tuple(dttSerial, 6));
+  EXPECT_EQ(def.Net.TcpHost, "127.0.0.1") << "a serial laser keeps the network defaults";
   EXPECT_TRUE(Errors().empty());
 }
 
 // ---- models a family does not know: logged, created all the same -------------------------------------------------
 
 TEST_F(FactoryTest, AnUnknownModelWithinAFamilyIsLoggedOnceAndStillCreated) {
-  const std::string unknown = SUnkownLaserType.Text();
-  FConfig.SetModel("Raycus");
-  FConfig.GetRaycusConfig().SetType("ABC-100");
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TRaycusLaser)));
-  EXPECT_EQ(FParams.LaserSubType, 0);
-  EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"Raycus" + unknown});
-
-  FSink->Clear();
-  FConfig.SetModel("MaxSZ");
-  FConfig.GetMaxSZConfig().SetModel("MaxXY");
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TMaxLaser)));
-  EXPECT_EQ(FParams.LaserSubType, 0);
-  EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"Max" + unknown});
-
-  FSink->Clear();
-  FConfig.SetModel("IPG");
-  FConfig.GetIPGConfig().SetModel("XYZ");
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TIPG500Laser)));
-  EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"IPG" + unknown});
-
-  FSink->Clear();
-  FConfig.SetModel("PG");  // names the IPG family without being an IPG model
-  FConfig.GetIPGConfig().SetModel("YLR");
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TIPG500Laser)));
-  EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"IPG" + unknown});
-
-  FSink->Clear();
-  FConfig.SetModel("orun");  // names the own-brand family without being its model
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TZorunLaser)));
-  EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"Zorun" + unknown});
-  for (const auto& e : FSink->Entries(TEntryKind::Log)) EXPECT_EQ(e.Category, "Laser");
-  EXPECT_TRUE(Errors().empty());
+  auto ipgModel = [](const char* root, const char* model) {
+    return [=](TLaserConfig& c) {
+      c.SetModel(root);
+      c.GetIPGConfig().SetModel(model);
+    };
+  };
+  const std::vector<TConfigCase> cases = {
+      {"Raycus", Raycus("ABC-100"), typeid(TRaycusLaser), 0, dttSerial},
+      {"Max", Max("MaxXY"), typeid(TMaxLaser), 0, dttSerial},
+      {"IPG", ipgModel("IPG", "XYZ"), typeid(TIPG500Laser), 0, dttNone},
+      {"IPG", ipgModel("PG", "YLR"), typeid(TIPG500Laser), 1, dttSerial},  // names the family without being a model
+      {"Zorun", Model("orun"), typeid(TZorunLaser), 0, dttNone},
+  };
+  for (const auto& c : cases) {
+    TLaserConfig config;
+    c.Configure(config);
+    SCOPED_TRACE(config.Model());
+    FSink->Clear();
+    EXPECT_EQ(TypeOf(CreateLaser(&config, FIO, &FParams)), c.Class);
+    EXPECT_EQ(FParams.LaserSubType, c.SubType);
+    EXPECT_EQ(FParams.DefParams.DataTransType, c.Transport);
+    EXPECT_EQ(UnknownModelLog(), std::vector<std::string>{"Laser: " + (c.Name + SUnkownLaserType.Text())});
+    EXPECT_TRUE(Errors().empty());
+  }
 }
 
 TEST_F(FactoryTest, AnUnknownFamilyOrSubTypeGivesTheDefaultLaserAndTellsTheOperator) {
   FConfig.SetModel("Unknown-9000");
   auto laser = Create();
-  EXPECT_EQ(TypeOf(laser), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(laser), typeid(TDefaultLaser));
   EXPECT_EQ(FParams.LaserMainType, eltNone);
   EXPECT_EQ(Errors(), std::vector<std::string>{SUnkownLaserType.Text()});
   EXPECT_EQ(laser->GetDeviceDesc(), "Unknown-9000");
@@ -378,81 +320,70 @@ TEST_F(FactoryTest, AnUnknownFamilyOrSubTypeGivesTheDefaultLaserAndTellsTheOpera
   FSink->Clear();
   TLaserParams params;
   params.InitLaserType(eltRay, 7);
-  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), typeid(TDefaultLaser));
   params.InitLaserType(eltRay, 256 + 1);  // not a byte: no class, rather than the one of sub-type 1
-  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), typeid(TDefaultLaser));
   EXPECT_EQ(Errors().size(), 2u);
 
   // The parameter form finds the family by the model when none is given, and takes a sub-type as it is.
   params.Initialize();
   params.Model = "SPI";
   params.LaserSubType = 2;
-  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), std::type_index(typeid(TSPI1000Laser)));
+  EXPECT_EQ(TypeOf(CreateLaser(params, FIO)), typeid(TSPI1000Laser));
+
+  // No configuration at all is the default laser's own model: no complaint.
+  FSink->Clear();
+  laser = CreateLaser(nullptr, FIO, &FParams);
+  EXPECT_EQ(TypeOf(laser), typeid(TDefaultLaser));
+  EXPECT_EQ(std::tuple(FParams.Model, FParams.LaserMainType, laser->GetDeviceDesc()),
+            std::tuple("Default", eltNone, "Default"));
+  EXPECT_EQ(TypeOf(CreateLaser(nullptr, FIO)), typeid(TDefaultLaser));
+  EXPECT_TRUE(Errors().empty());
 }
 
-TEST_F(FactoryTest, ANullConfigurationGivesTheDefaultLaser) {
-  auto laser = CreateLaser(nullptr, FIO, &FParams);
-  EXPECT_EQ(TypeOf(laser), std::type_index(typeid(TDefaultLaser)));
-  EXPECT_EQ(FParams.Model, "Default");
-  EXPECT_EQ(FParams.LaserMainType, eltNone);
-  EXPECT_EQ(laser->GetDeviceDesc(), "Default");
-  EXPECT_TRUE(Errors().empty()) << "the model names the default laser's family";
-  EXPECT_EQ(TypeOf(CreateLaser(nullptr, FIO)), std::type_index(typeid(TDefaultLaser)));
-}
+// ---- the bus lasers ----------------------------------------------------------------------------------------------
 
-// ---- the bus lasers
-// --------------------------------------------------------------------------------------------------
-
-TEST_F(FactoryTest, AnEthercatLaserNeedsItsSlaveOnTheBus) {
+TEST_F(FactoryTest, ALaserSlaveOnTheBusDecidesTheClassWhateverIsConfigured) {
+  // A configured bus laser without its slave, or without a bus at all.
   FConfig.SetModel("IPG");
   FConfig.GetIPGConfig().SetModel("Ethercat");
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(Create()), typeid(TDefaultLaser));
   EXPECT_EQ(FParams.DefParams.DataTransType, dttEthercat);
-  EXPECT_EQ(Errors(), std::vector<std::string>{SNoneEcatLaser.Text()});
-
-  FSink->Clear();
   FApp.SetEcatSystem(nullptr);
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TDefaultLaser)));
-  EXPECT_EQ(Errors(), std::vector<std::string>{SNoneEcatLaser.Text()});
+  EXPECT_EQ(TypeOf(Create()), typeid(TDefaultLaser));
+  EXPECT_EQ(Errors(), (std::vector<std::string>{SNoneEcatLaser.Text(), SNoneEcatLaser.Text()}));
 
   FSink->Clear();
   FApp.SetEcatSystem(FEcat);
   FEcat->SetLaserSlave(true, 0xE0000044, 3);
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TIPGEcatLaser)));
-  EXPECT_TRUE(Errors().empty());
-}
-
-TEST_F(FactoryTest, ALaserSlaveOnTheBusDecidesTheClassWhateverIsConfigured) {
+  EXPECT_EQ(TypeOf(Create()), typeid(TIPGEcatLaser));
   FConfig.SetModel("Raycus");
+  EXPECT_EQ(TypeOf(Create()), typeid(TIPGEcatLaser));
   FEcat->SetLaserSlave(true, 1638, 0);
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TMaxEcatLaser)));
-  FEcat->SetLaserSlave(true, 0xE0000044, 3);
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TIPGEcatLaser)));
+  EXPECT_EQ(TypeOf(Create()), typeid(TMaxEcatLaser));
   EXPECT_TRUE(Errors().empty());
 
   FEcat->SetLaserSlave(true, 0xE0000044, 4);  // an identity the library does not know
-  EXPECT_EQ(TypeOf(Create()), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(Create()), typeid(TDefaultLaser));
   EXPECT_EQ(Errors(), std::vector<std::string>{SUnkownLaserType.Text()});
 }
 
-// ---- IO, debug traces, one laser at a time
-// ---------------------------------------------------------------------------
+// ---- IO, debug traces, one laser at a time -----------------------------------------------------------------------
 
 TEST_F(FactoryTest, AnIOObjectWithoutTheExtensionInterfaceGivesASimulatedBoard) {
+  const std::string noExtension = "CreateLaser not Support uLaserSupportIntf.ICtrlExtIO";
   FConfig.SetModel("CO2");
   FConfig.SetAimingPort(5);
   auto laser = CreateLaser(&FConfig, std::make_shared<nchost::IInterface>());
   ASSERT_NE(laser, nullptr);
-  auto comm = FSink->Find([](const TMessageEntry& e) {
-    return e.Kind == TEntryKind::Log && e.Text == "CreateLaser not Support uLaserSupportIntf.ICtrlExtIO";
-  });
+  auto comm = FSink->Find(refhost::TRecordingSink::TextContains(noExtension));
   ASSERT_TRUE(comm.has_value());
   EXPECT_EQ(comm->Type, nchost::msgtype::kCommLog);
   EXPECT_TRUE(laser->GetIsAimingOn()) << "the simulated board reads every valid output as set";
 
   FSink->Clear();
   laser = CreateLaser(&FConfig, nullptr);
-  EXPECT_TRUE(FSink->Contains("CreateLaser not Support uLaserSupportIntf.ICtrlExtIO"));
+  EXPECT_TRUE(FSink->Contains(noExtension));
 
   // With the controller's IO the laser drives it.
   laser = CreateLaser(&FConfig, FIO);
@@ -468,16 +399,10 @@ TEST_F(FactoryTest, DebugModeTracesTheClassAndDestroyingIsLogged) {
   FConfig.SetModel("CO2");
   FConfig.SetDebugMode(true);
   Create();
-  EXPECT_TRUE(FSink
-                  ->Find([](const TMessageEntry& e) {
-                    return e.Kind == TEntryKind::Logger && e.Text == "CreateLaser ClassType TCO2Laser";
-                  })
-                  .has_value());
+  EXPECT_THAT(FSink->Texts(TEntryKind::Logger), Contains("CreateLaser ClassType TCO2Laser"));
+  FSink->Clear();
   DestroyLaser();
-  std::vector<std::string> lifecycle;
-  for (const auto& e : FSink->Entries(TEntryKind::Logger))
-    if (e.Text.rfind("DestoyLaser", 0) == 0) lifecycle.push_back(e.Text);
-  EXPECT_EQ(lifecycle, (std::vector<std::string>{"DestoyLaser Begin", "DestoyLaser End"}));
+  EXPECT_THAT(FSink->Texts(TEntryKind::Logger), ElementsAre("DestoyLaser Begin", "DestoyLaser End"));
 
   FSink->Clear();
   FConfig.SetDebugMode(false);
@@ -490,8 +415,7 @@ TEST_F(FactoryTest, ANewLaserFirstSwitchesOffAndDropsThePreviousOne) {
   FConfig.SetCtrlPort(6);
   auto first = Create();
   first->EmissionOn();
-  ASSERT_TRUE(
-      FIO->WaitUntil([](const refhost::TSimIOState& s) { return s.Outputs.test(6); }, std::chrono::seconds(10)));
+  ASSERT_TRUE(FIO->WaitUntil([](const refhost::TSimIOState& s) { return s.Outputs.test(6); }, 10s));
   std::weak_ptr<TNcLaser> firstWeak = first;
 
   auto second = Create();
@@ -513,7 +437,7 @@ TEST_F(FactoryTest, WithoutTheRegistryOnlyTheDefaultLaserIsCreatedAndUnloadingSt
   UnloadLaserLibrary();
   FConfig.SetModel("CO2");
   auto laser = CreateLaser(&FConfig, FIO, &FParams);
-  EXPECT_EQ(TypeOf(laser), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(laser), typeid(TDefaultLaser));
   EXPECT_EQ(FParams.LaserMainType, eltNone) << "no model keys without the registry";
   EXPECT_EQ(CurrentLaser(), laser);
   UnloadLaserLibrary();
@@ -561,7 +485,7 @@ TEST_F(FactoryTest, ALaserThatFailsToBuildIsReplacedByTheDefaultLaserAndTheOpera
   params.Model = "";
   auto laser = CreateLaser(params, FIO);
   ASSERT_NE(laser, nullptr);
-  EXPECT_EQ(TypeOf(laser), std::type_index(typeid(TDefaultLaser)));
+  EXPECT_EQ(TypeOf(laser), typeid(TDefaultLaser));
   EXPECT_EQ(Errors(), std::vector<std::string>{"TRefusingLaser: serial port 7 cannot be opened"});
   EXPECT_EQ(CurrentLaser(), laser);
 }

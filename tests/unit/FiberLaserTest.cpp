@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
 
 #include "core/LaserLifetime.h"
 #include "frame/Format.h"
@@ -120,13 +121,14 @@ TEST_F(TFiberLaserTest, StartsAtTheConfiguredCurrentLimitedTo10To100) {
   EXPECT_DOUBLE_EQ(Make()->GetDefDiodeCurrent(), 42.0);
 }
 
-TEST_F(TFiberLaserTest, SettingByDaOnlyRecordsTheValue) {
+TEST_F(TFiberLaserTest, SettingByDaOnlyRecordsTheValueAndDynamicPowerSetsTheRatio) {
   auto laser = Make();
   FIO->ClearWrites();
   laser->SetDiodeCurrentByDA(33);
-  EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 33.0);
-  EXPECT_DOUBLE_EQ(laser->GetLastDiodeCurrent(), 33.0);
+  EXPECT_EQ(std::tuple(laser->GetDiodeCurrent(), laser->GetLastDiodeCurrent()), std::tuple(33.0, 33.0));
   EXPECT_THAT(FIO->Writes(), IsEmpty());
+  laser->DynamicPower(0.4);
+  EXPECT_DOUBLE_EQ(FIO->GetPwmRatio(laser->PwmPort()), 0.4);
 }
 
 TEST_F(TFiberLaserTest, DebugModeShowsEachForcedSet) {
@@ -174,14 +176,12 @@ TEST_F(TFiberLaserTest, ATimedEmissionReplacesThePwmEnableOnce) {
   laser->LaserOn();
   EXPECT_TRUE(WritesOf(TIOOp::SetPwmEn).empty());
   ASSERT_EQ(ext->Calls.size(), 1u);
-  EXPECT_EQ(ext->Calls[0].Port, laser->PwmPort());
-  EXPECT_EQ(ext->Calls[0].LengthMs, 300);
-  EXPECT_EQ(ext->Calls[0].Count, 1);
+  EXPECT_EQ(std::tuple(ext->Calls[0].Port, ext->Calls[0].LengthMs, ext->Calls[0].Count),
+            std::tuple(laser->PwmPort(), 300, 1));
   auto logged = FSink->Entries(TEntryKind::Log);
   ASSERT_EQ(logged.size(), 1u);
-  EXPECT_EQ(logged[0].Text, Format(SControledLaserOn.Text(), 300));
-  EXPECT_EQ(logged[0].Type, nchost::msgtype::kTrace);
-  EXPECT_EQ(logged[0].Category, "Laser");
+  EXPECT_EQ(std::tuple(logged[0].Text, logged[0].Type, logged[0].Category),
+            std::tuple(Format(SControledLaserOn.Text(), 300), nchost::msgtype::kTrace, "Laser"));
 
   laser->LaserOn();  // one shot: the next switch-on emits by PWM again
   EXPECT_EQ(ext->Calls.size(), 1u);
@@ -191,43 +191,31 @@ TEST_F(TFiberLaserTest, ATimedEmissionReplacesThePwmEnableOnce) {
 
 TEST_F(TFiberLaserTest, OnAHardWiredLaserEmissionAndAimingExcludeEachOther) {
   FParams.DefParams.AimingPort = 7;
+  auto laser = Make<TLinkedFiberLaser>();  // the exclusion is switched off: aiming leaves emission alone
+  laser->HardWire = true;
+  laser->EmissionOn();
+  laser->SetAimingOn(true);
+  EXPECT_EQ(std::tuple(laser->GetIsEmissionOn(), laser->GetIsAimingOn()), std::tuple(true, true));
+
   FParams.DefParams.HardWireMutexEmAndAB = true;
-  auto laser = Make<TLinkedFiberLaser>();
+  auto linked = Make<TLinkedFiberLaser>();  // a laser that is not hard-wired ignores the switch
+  linked->EmissionOn();
+  linked->SetAimingOn(true);
+  EXPECT_TRUE(linked->GetIsEmissionOn());
+
+  laser = Make<TLinkedFiberLaser>();
   laser->HardWire = true;
   laser->EmissionOn();
   laser->SetAimingOn(true);
   EXPECT_FALSE(laser->GetIsEmissionOn());
   laser->SetAimingOn(false);
   EXPECT_TRUE(laser->GetIsEmissionOn());
-
   laser->MutexEmAndAB(TFiberLaser::kEmissionSwitchedOff);  // aiming is off: it comes on
   EXPECT_TRUE(laser->GetIsAimingOn());
   laser->MutexEmAndAB(TFiberLaser::kEmissionSwitchedOn);
   EXPECT_FALSE(laser->GetIsAimingOn());
   laser->MutexEmAndAB(9);
   EXPECT_FALSE(laser->GetIsAimingOn());
-}
-
-TEST_F(TFiberLaserTest, WithoutTheExclusionSwitchAimingLeavesEmissionAlone) {
-  FParams.DefParams.AimingPort = 7;
-  auto laser = Make<TLinkedFiberLaser>();
-  laser->HardWire = true;
-  laser->EmissionOn();
-  laser->SetAimingOn(true);
-  EXPECT_TRUE(laser->GetIsEmissionOn());
-  EXPECT_TRUE(laser->GetIsAimingOn());
-
-  FParams.DefParams.HardWireMutexEmAndAB = true;  // a laser that is not hard-wired ignores the switch
-  auto linked = Make<TLinkedFiberLaser>();
-  linked->EmissionOn();
-  linked->SetAimingOn(true);
-  EXPECT_TRUE(linked->GetIsEmissionOn());
-}
-
-TEST_F(TFiberLaserTest, DynamicPowerSetsThePwmRatio) {
-  auto laser = Make();
-  laser->DynamicPower(0.4);
-  EXPECT_DOUBLE_EQ(FIO->GetPwmRatio(laser->PwmPort()), 0.4);
 }
 
 TEST_F(TFiberLaserTest, DiodeSetsFromSeveralThreadsLeaveAConsistentState) {

@@ -4,37 +4,36 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "api/DevLaserApi.h"
-#include "frame/HostServices.h"
 #include "info/LaserInfo.h"
 #include "ipg/Ipg500Laser.h"
 #include "ipg/IpgYlrDriver.h"
 #include "raycus/RaycusLasers.h"
 #include "refhost/JsonObject.h"
-#include "refhost/RecordingSink.h"
-#include "refhost/RefApp.h"
-#include "refhost/SimCtrlExtIO.h"
 #include "support/FakeTransports.h"
+#include "support/LaserHostFixture.h"
 
 namespace devlaser {
 namespace {
 
 using namespace std::chrono_literals;
+using TConfigure = std::function<void(TLaserConfig&)>;
+using testing::SetKeys;
 
 const std::vector<std::string> kBaseKeys = {"Version",  "LaserType",  "DiodeCurrent", "PwmFreq",
                                             "PwmRatio", "IsAimingOn", "IsEmissionOn", "IsLaserOn"};
+const std::vector<std::string> kFiberKeys = {"Version",    "LaserType",    "DiodeCurrent", "PwmFreq", "PwmRatio",
+                                             "IsAimingOn", "IsEmissionOn", "IsLaserOn",    "IsQCW"};
+const std::vector<std::string> kYlrKeys = {"Version",  "LaserType",  "DiodeCurrent", "PwmFreq",
+                                           "PwmRatio", "IsAimingOn", "IsEmissionOn", "IsLaserOn",
+                                           "IsQCW",    "StateBit",   "AlarmBit",     "WarningBit"};
 
-std::vector<std::string> With(std::vector<std::string> keys, std::initializer_list<const char*> more) {
-  keys.insert(keys.end(), more.begin(), more.end());
-  return keys;
-}
-
-class LaserInfoTest : public ::testing::Test {
+class LaserInfoTest : public testing::TLaserHostFixture {
  protected:
   void SetUp() override { ASSERT_TRUE(LoadLaserLibrary(&FApp)); }
   void TearDown() override { UnloadLaserLibrary(); }
@@ -50,101 +49,87 @@ class LaserInfoTest : public ::testing::Test {
     if (source != nullptr) source->ReadAllData(*obj);
     return obj;
   }
-  static std::string Text(const nchost::ISuperObject& obj, const char* key) {
-    auto value = obj.Get(key);
+  static std::string TypeOf(const std::shared_ptr<nchost::ISuperObject>& obj) {
+    auto value = obj->Get("LaserType");
     return value ? value->AsString() : "<missing>";
   }
 
-  std::shared_ptr<TNcLaser> CreateModel(const char* model, const std::function<void(TLaserConfig&)>& more = nullptr) {
+  std::shared_ptr<TNcLaser> CreateModel(const char* model, const TConfigure& more = nullptr) {
     TLaserConfig config;
     config.SetModel(model);
     if (more) more(config);
     return CreateLaser(&config, FIO);
   }
-
-  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp FApp{FSink};
-  std::shared_ptr<refhost::TSimCtrlExtIO> FIO = std::make_shared<refhost::TSimCtrlExtIO>();
 };
 
-TEST_F(LaserInfoTest, TheDefaultLaserShowsItsCommandedStateAndQcwFlag) {
+TConfigure IpgModel(const char* model, bool network = false) {
+  return [=](TLaserConfig& c) {
+    c.GetIPGConfig().SetModel(model);
+    c.GetIPGConfig().YLS2000().SetUseNetCtrl(network);
+  };
+}
+TConfigure RaycusType(const char* type) {
+  return [=](TLaserConfig& c) { c.GetRaycusConfig().SetType(type); };
+}
+
+// The sources are tried from the most special class down; each family's source names its protocol, every other
+// laser shows its model.
+TEST_F(LaserInfoTest, EachClassGetsTheSourceOfItsNearestFamily) {
+  struct TCase {
+    const char* Model;
+    TConfigure More;
+    const char* Type;
+    std::vector<std::string> Keys;
+  } cases[] = {
+      {"IPG", IpgModel("YLR-500"), "IPG-YLR", kYlrKeys},
+      {"IPG", IpgModel("YLS-6000", true), "IPG-YLS", kFiberKeys},
+      {"Raycus", RaycusType("CW-3000"), "Ray-CW", kFiberKeys},
+      {"Raycus", RaycusType("SM-1500"), "Raycus", kFiberKeys},
+      {"Raycus", RaycusType("QCW-150"), "Raycus", kFiberKeys},  // has a source of its own, but only on request
+      {"IPG", IpgModel("YLS-2000"), "IPG", kFiberKeys},         // hard-wired
+      {"Default", nullptr, "Default", kFiberKeys},
+      {"CO2", nullptr, "CO2", kBaseKeys},  // not a fiber laser
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.Type);
+    CreateModel(c.Model, c.More);
+    auto obj = Read();
+    EXPECT_EQ(TypeOf(obj), c.Type);
+    EXPECT_EQ(obj->Keys(), c.Keys);
+  }
+}
+
+TEST_F(LaserInfoTest, EveryReadAsksTheLaserAfresh) {
   auto laser = CreateModel("Default", [](TLaserConfig& c) { c.SetAimingPort(9); });
   laser->SetPwmFreq(2000);
   laser->SetPwmRatio(0.25);
   laser->SetDiodeCurrent(42.0);
   laser->SetAimingOn(true);
   laser->LaserOn();
-
-  auto obj = Read();
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW"}));
-  EXPECT_EQ(Text(*obj, "Version"), "1.0.0");
-  EXPECT_EQ(Text(*obj, "LaserType"), "Default");
-  EXPECT_DOUBLE_EQ(obj->Get("DiodeCurrent")->AsDouble(), laser->GetDiodeCurrent());
-  EXPECT_EQ(obj->Get("PwmFreq")->Kind(), nchost::ISuperObject::TKind::Int);
-  EXPECT_EQ(obj->Get("PwmFreq")->AsInteger(), 2000);
-  EXPECT_DOUBLE_EQ(obj->Get("PwmRatio")->AsDouble(), 0.25);
-  EXPECT_TRUE(obj->Get("IsAimingOn")->AsBoolean());
-  EXPECT_FALSE(obj->Get("IsEmissionOn")->AsBoolean());
-  EXPECT_TRUE(obj->Get("IsLaserOn")->AsBoolean());
-  EXPECT_FALSE(obj->Get("IsQCW")->AsBoolean());
-
+  EXPECT_EQ(Read()->AsJson(),
+            R"({"Version":"1.0.0","LaserType":"Default","DiodeCurrent":42.0,"PwmFreq":2000,"PwmRatio":0.25,)"
+            R"("IsAimingOn":true,"IsEmissionOn":false,"IsLaserOn":true,"IsQCW":false})");
   laser->LaserOff();
-  EXPECT_FALSE(Read()->Get("IsLaserOn")->AsBoolean()) << "every read asks the laser afresh";
-}
+  EXPECT_FALSE(Read()->Get("IsLaserOn")->AsBoolean());
 
-TEST_F(LaserInfoTest, ACO2LaserIsNoFiberLaserAndShowsItsCommandedLaserOn) {
-  auto laser = CreateModel("CO2");
-  auto obj = Read();
-  EXPECT_EQ(obj->Keys(), kBaseKeys);
-  EXPECT_EQ(Text(*obj, "LaserType"), "CO2");
-  EXPECT_FALSE(obj->Get("IsLaserOn")->AsBoolean());
-  laser->LaserOn();
+  auto co2 = CreateModel("CO2");  // shows its commanded laser-on
+  EXPECT_FALSE(Read()->Get("IsLaserOn")->AsBoolean());
+  co2->LaserOn();
   EXPECT_TRUE(Read()->Get("IsLaserOn")->AsBoolean());
 }
 
-TEST_F(LaserInfoTest, FamilySourcesNameTheProtocolInsteadOfTheModel) {
-  CreateModel("IPG", [](TLaserConfig& c) { c.GetIPGConfig().SetModel("YLR-500"); });
-  auto obj = Read();
-  EXPECT_EQ(Text(*obj, "LaserType"), "IPG-YLR");
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW", "StateBit", "AlarmBit", "WarningBit"}));
+TEST_F(LaserInfoTest, ASourceMadeForAnotherClassWritesOnlyItsAncestorsKeys) {
+  auto qcw = CreateModel("Raycus", RaycusType("QCW-150"));
+  TRaycusQCWInfo own(qcw);
+  EXPECT_EQ(TypeOf(Read(&own)), "Ray-QCW");
 
-  CreateModel("IPG", [](TLaserConfig& c) {
-    c.GetIPGConfig().SetModel("YLS-6000");
-    c.GetIPGConfig().YLS2000().SetUseNetCtrl(true);
-  });
-  EXPECT_EQ(Text(*Read(), "LaserType"), "IPG-YLS");
-
-  CreateModel("Raycus", [](TLaserConfig& c) { c.GetRaycusConfig().SetType("CW-3000"); });
-  EXPECT_EQ(Text(*Read(), "LaserType"), "Ray-CW");
-
-  // Other fiber lasers, also other Raycus ones, show their model.
-  CreateModel("Raycus", [](TLaserConfig& c) { c.GetRaycusConfig().SetType("SM-1500"); });
-  EXPECT_EQ(Text(*Read(), "LaserType"), "Raycus");
-  CreateModel("IPG", [](TLaserConfig& c) { c.GetIPGConfig().SetModel("YLS-2000"); });  // hard-wired: 1000 class
-  obj = Read();
-  EXPECT_EQ(Text(*obj, "LaserType"), "IPG");
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW"}));
-}
-
-TEST_F(LaserInfoTest, ARaycusQcwLaserGetsTheFiberSourceUnlessItsOwnIsAskedFor) {
-  auto laser = CreateModel("Raycus", [](TLaserConfig& c) { c.GetRaycusConfig().SetType("QCW-150"); });
-  ASSERT_NE(dynamic_cast<TRayQCWLaser*>(laser.get()), nullptr);
-  auto obj = Read();
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW"}));
-  EXPECT_EQ(Text(*obj, "LaserType"), "Raycus");
-  EXPECT_FALSE(obj->Has("AlarmBit"));
-
-  TRaycusQCWInfo qcw(laser);
-  EXPECT_EQ(Text(*Read(&qcw), "LaserType"), "Ray-QCW");
-
-  // A source made for another class writes only its ancestors' keys.
-  auto other = CreateModel("Raycus", [](TLaserConfig& c) { c.GetRaycusConfig().SetType("CW-3000"); });
-  TRaycusQCWInfo wrong(other);
-  EXPECT_EQ(Text(*Read(&wrong), "LaserType"), "Raycus");
-  TIPG500LaserInfo wrongIpg(other);
-  obj = Read(&wrongIpg);
-  EXPECT_EQ(Text(*obj, "LaserType"), "Raycus");
-  EXPECT_FALSE(obj->Has("StateBit"));
+  auto cw = CreateModel("Raycus", RaycusType("CW-3000"));
+  TRaycusQCWInfo wrong(cw);
+  EXPECT_EQ(TypeOf(Read(&wrong)), "Raycus");
+  TIPG500LaserInfo wrongIpg(cw);
+  auto obj = Read(&wrongIpg);
+  EXPECT_EQ(TypeOf(obj), "Raycus");
+  EXPECT_EQ(obj->Keys(), kFiberKeys);
 }
 
 TEST_F(LaserInfoTest, AnIpgYlrLaserShowsItsDriversStatusWords) {
@@ -155,11 +140,8 @@ TEST_F(LaserInfoTest, AnIpgYlrLaserShowsItsDriversStatusWords) {
     return written.find("STA") != std::string::npos ? "STA: " + std::to_string(status.load()) + "\r" : "";
   });
   auto laser = CreateModel("IPG", [](TLaserConfig& c) {
-    auto& ipg = c.GetIPGConfig();
-    ipg.SetModel("YLR-1000");
-    ipg.SetUseTcp(true);
-    ipg.SetTcpHost("192.0.2.10");  // reached only through the in-memory transports
-  });
+    SetKeys(c.GetIPGConfig(), {{"Model", "YLR-1000"}, {"UseTcp", true}, {"TcpHost", "192.0.2.10"}});
+  });  // the host is reached only through the in-memory transports
   auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());
   ASSERT_NE(ylr, nullptr);
   TIPGYLRDriver* driver = ylr->Driver();
@@ -167,16 +149,12 @@ TEST_F(LaserInfoTest, AnIpgYlrLaserShowsItsDriversStatusWords) {
 
   // Every alarm and warning bit and one more state bit: all three words are then non-zero.
   status = driver->AlarmMask() | driver->WarningMask() | (1u << 12);
-  const auto deadline = std::chrono::steady_clock::now() + 10s;
-  while (driver->GetDeviceStatus() != status && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(10ms);
-  ASSERT_EQ(driver->GetDeviceStatus(), status.load()) << "the monitor never polled the status";
+  ASSERT_TRUE(Eventually([&] { return driver->GetDeviceStatus() == status; }, 10s)) << "the monitor never polled";
   ASSERT_NE(driver->GetLaserAlarm(), 0u);
   ASSERT_NE(driver->GetLaserWarning(), 0u);
 
   auto obj = Read();
-  EXPECT_EQ(obj->Keys(), With(kBaseKeys, {"IsQCW", "StateBit", "AlarmBit", "WarningBit"}));
-  EXPECT_EQ(Text(*obj, "LaserType"), "IPG-YLR");
+  EXPECT_EQ(obj->Keys(), kYlrKeys);
   EXPECT_EQ(obj->Get("StateBit")->AsInteger(), driver->GetLaserState());
   EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), driver->GetLaserAlarm());
   EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), driver->GetLaserWarning());
@@ -198,7 +176,7 @@ TEST_F(LaserInfoTest, ASourceKeepsItsLaserReadableAfterTheLibraryDroppedIt) {
 
   ASSERT_FALSE(weak.expired()) << "the source holds the laser";
   auto obj = Read(source.get());
-  EXPECT_EQ(Text(*obj, "LaserType"), "Default");
+  EXPECT_EQ(TypeOf(obj), "Default");
   EXPECT_FALSE(obj->Get("IsEmissionOn")->AsBoolean()) << "the dropped laser was switched off";
   source.reset();
   EXPECT_TRUE(weak.expired());

@@ -1,25 +1,29 @@
 // The model dictionary, the registry of laser classes with its built-in table, and the conversion of the
 // settings every laser shares.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/DefaultLaser.h"
-#include "frame/HostServices.h"
 #include "frame/LaserError.h"
 #include "models/CO2Laser.h"
-#include "refhost/RecordingSink.h"
-#include "refhost/RefApp.h"
 #include "registry/LaserLib.h"
 #include "registry/LaserParamsInit.h"
 #include "registry/LaserRegistrations.h"
+#include "support/LaserHostFixture.h"
 
 namespace devlaser {
 namespace {
 
 using refhost::TEntryKind;
+using ::testing::ElementsAre;
+using testing::SetKeys;
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 TEST(LaserTypeDicTest, AModelNamesTheFirstKeyThatContainsIt) {
   TLaserTypeDic dic;
@@ -39,25 +43,16 @@ TEST(LaserTypeDicTest, AModelNamesTheFirstKeyThatContainsIt) {
 TEST(LaserTypeDicTest, AModelThatAlreadyNamesAFamilyIsRefused) {
   TLaserTypeDic dic;
   dic.AddLaserType("MaxSZ", eltMaxSZ);
-  try {
-    dic.AddLaserType("Max", eltOther);
-    FAIL() << "a model inside an existing key was accepted";
-  } catch (const ELaserError& e) {
-    EXPECT_STREQ(e.what(), "LaserTypeDic AddLaserType duplicate Error");
-  }
+  EXPECT_THAT([&] { dic.AddLaserType("Max", eltOther); },
+              ThrowsMessage<ELaserError>(StrEq("LaserTypeDic AddLaserType duplicate Error")));
   ASSERT_EQ(dic.Keys().size(), 1u);
   dic.Clear();
   dic.AddLaserType("Max", eltOther);
   EXPECT_EQ(dic.LaserModelToLaserType("Max"), eltOther);
 }
 
-class NcLaserLibTest : public ::testing::Test {
+class NcLaserLibTest : public testing::TLaserHostFixture {
  protected:
-  void SetUp() override { SetHost(&FApp); }
-  void TearDown() override { SetHost(nullptr); }
-
-  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp FApp{FSink};
   TLaserTypeDic FDic;
   TNcLaserLib FLib;
 };
@@ -104,28 +99,19 @@ TEST_F(NcLaserLibTest, TheBuiltInTableHoldsEveryClassInOrder) {
   };
   const auto& entries = FLib.Entries();
   ASSERT_EQ(entries.size(), expected.size());
-  std::vector<std::string> keys;
+  std::vector<std::pair<std::string, TEnumLaserType>> keys;
   for (size_t i = 0; i < expected.size(); ++i) {
-    SCOPED_TRACE(expected[i].ClassName);
-    EXPECT_EQ(entries[i].LaserType, expected[i].Type);
-    EXPECT_STREQ(entries[i].LaserClass.Name, expected[i].ClassName);
+    const auto& [type, key, subTypeList, name] = expected[i];
+    SCOPED_TRACE(name);
     std::bitset<256> subTypes;
-    for (int s : expected[i].SubTypes) subTypes.set(s);
-    EXPECT_EQ(entries[i].SubTypes, subTypes);
-    if (expected[i].Key) {
-      keys.push_back(expected[i].Key);
-      EXPECT_EQ(FDic.LaserModelToLaserType(expected[i].Key), expected[i].Type);
-    }
+    for (int s : subTypeList) subTypes.set(s);
+    EXPECT_EQ(std::tuple(entries[i].LaserType, std::string(entries[i].LaserClass.Name), entries[i].SubTypes),
+              std::tuple(type, name, subTypes));
+    if (key) keys.emplace_back(key, type);
   }
-  ASSERT_EQ(FDic.Keys().size(), keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(FDic.Keys()[i].first, keys[i]);
+  EXPECT_EQ(FDic.Keys(), keys);
+  for (const auto& [key, type] : keys) EXPECT_EQ(FDic.LaserModelToLaserType(key), type) << key;
   EXPECT_TRUE(FSink->Entries().empty()) << "the built-in table registers without complaint";
-
-  // Lookups walk the table: GSI and JK share a class, and eltNone has none.
-  EXPECT_STREQ(FLib.GetDefLaserClass(eltGSI, 0)->Name, "TJKLaser");
-  EXPECT_STREQ(FLib.GetDefLaserClass(eltIPG, 7)->Name, "TIPG1000Laser");
-  EXPECT_EQ(FLib.GetDefLaserClass(eltIPG, 10), nullptr);
-  EXPECT_EQ(FLib.GetDefLaserClass(eltNone, 0), nullptr);
 }
 
 TEST_F(NcLaserLibTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) {
@@ -137,12 +123,9 @@ TEST_F(NcLaserLibTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) 
 
   EXPECT_EQ(FLib.Entries().size(), before);
   EXPECT_EQ(FLib.GetDefLaserClass(eltIPG, 10), nullptr) << "a refused registration adds none of its sub-types";
-  const auto logs = FSink->Entries(TEntryKind::Log);
-  ASSERT_EQ(logs.size(), 2u);
-  for (const auto& entry : logs) {
-    EXPECT_EQ(entry.Text, "RegisterLaser Error RegisterLaser duplicate Error!");
-    EXPECT_EQ(entry.Type, nchost::msgtype::kLaserLog);
-  }
+  const std::string refused = "RegisterLaser Error RegisterLaser duplicate Error!";
+  EXPECT_THAT(FSink->Texts(TEntryKind::Log), ElementsAre(refused, refused));
+  EXPECT_EQ(FSink->Count(refhost::TRecordingSink::OfKind(TEntryKind::Log, nchost::msgtype::kLaserLog)), 2u);
 }
 
 TEST_F(NcLaserLibTest, AnEmptySubTypeListServesSubTypeZeroAndADuplicateKeyThrows) {
@@ -154,76 +137,56 @@ TEST_F(NcLaserLibTest, AnEmptySubTypeListServesSubTypeZeroAndADuplicateKeyThrows
   EXPECT_EQ(FLib.Entries().size(), 1u) << "the class of a refused key is not registered";
 }
 
-class LaserParamsInitTest : public ::testing::Test {
+class LaserParamsInitTest : public testing::TLaserHostFixture {
  protected:
   void SetUp() override {
-    SetHost(&FApp);
+    TLaserHostFixture::SetUp();
     TNcLaserLib lib;
     RegisterBuiltInLasers(lib, FInit.Types());
   }
-  void TearDown() override { SetHost(nullptr); }
-
-  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp FApp{FSink};
   TLaserParamsInit FInit;
   TLaserConfig FConfig;
 };
 
 TEST_F(LaserParamsInitTest, TheSharedSettingsComeFromTheRootAndItsOutputNodes) {
-  FConfig.SetModel("LPing");
-  FConfig.SetCtrlPort(4);
-  FConfig.SetAimingPort(9);
-  FConfig.SetAimingLowActive(true);
-  FConfig.SetAnalogControl(true);
-  FConfig.SetPower(3000.0);
-  FConfig.SetIgnoreLaserAlarm(true);
-  FConfig.SetLaserAlarm2Warning(true);
-  FConfig.SetIgnoreDiodeReply(true);
-  FConfig.SetDiodeSetAlarmEn(true);
-  FConfig.SetDiodeSetTimeOut(2500);
-  FConfig.SetHardWireMutexEmAndAB(true);
-  FConfig.Pwm().SetDiodeCurrent(55.0);
-  FConfig.Pwm().SetEnablePort1(11);
-  FConfig.Pwm().SetEnablePort2(12);
-  FConfig.Pwm().SetFrequency(20000);
-  FConfig.Pwm().SetMinRatio(0.05);
-  FConfig.Pwm().SetRatio(0.75);
-  FConfig.DA().SetDAPort(2);
-  FConfig.DA().SetMaxVoltage(5.0);
-  FConfig.DA().SetProofMax(5.0);
+  SetKeys(FConfig, {{"Model", "LPing"},
+                    {"CtrlPort", 4},
+                    {"AimingPort", 9},
+                    {"AimingLowActive", true},
+                    {"AnalogControl", true},
+                    {"Power", 3000.0},
+                    {"IgnoreLaserAlarm", true},
+                    {"LaserAlarm2Warning", true},
+                    {"IgnoreDiodeReply", true},
+                    {"DiodeSetAlarmEn", true},
+                    {"DiodeSetTimeOut", 2500},
+                    {"HardWireMutexEmAndAB", true}});
+  SetKeys(FConfig.Pwm(), {{"DiodeCurrent", 55.0},
+                          {"EnablePort1", 11},
+                          {"EnablePort2", 12},
+                          {"Frequency", 20000},
+                          {"MinRatio", 0.05},
+                          {"Ratio", 0.75}});
+  SetKeys(FConfig.DA(), {{"DAPort", 2}, {"MaxVoltage", 5.0}, {"ProofMax", 5.0}});
 
   TLaserParams params;
   FInit.LaserConfigToParams(FConfig, params);
 
   const auto& def = params.DefParams;
-  EXPECT_EQ(params.Model, "LPing");
-  EXPECT_EQ(params.LaserMainType, eltLPing);
-  EXPECT_EQ(params.LaserSubType, 0);
-  EXPECT_EQ(def.CtrlPort, 4);
-  EXPECT_EQ(def.AimingPort, 9);
-  EXPECT_TRUE(def.AimingLowActive);
-  EXPECT_TRUE(def.AnalogControl);
-  EXPECT_DOUBLE_EQ(def.Power, 3000.0);
-  EXPECT_TRUE(def.IgnoreLaserAlarm);
-  EXPECT_TRUE(def.LaserAlarm2Warning);
-  EXPECT_TRUE(def.IgnoreDiodeReply);
-  EXPECT_TRUE(def.DiodeSetAlarmEn);
-  EXPECT_EQ(def.DiodeSetTimeOut, 2500);
-  EXPECT_TRUE(def.HardWireMutexEmAndAB);
-  EXPECT_FALSE(def.DebugMode);
-  EXPECT_DOUBLE_EQ(def.PWM.DiodeCurrent, 55.0);
-  EXPECT_EQ(def.PWM.EnablePort1, 11);
-  EXPECT_EQ(def.PWM.EnablePort2, 12);
-  EXPECT_EQ(def.PWM.Frequency, 20000);
-  EXPECT_DOUBLE_EQ(def.PWM.MinRatio, 0.05);
-  EXPECT_DOUBLE_EQ(def.PWM.Ratio, 0.75);
-  EXPECT_EQ(def.DA.DAPort, 2);
-  EXPECT_DOUBLE_EQ(def.DA.MaxVoltage, 5.0);
+  EXPECT_EQ(std::tuple(params.Model, params.LaserMainType, params.LaserSubType), std::tuple("LPing", eltLPing, 0));
+  EXPECT_EQ(std::tuple(def.CtrlPort, def.AimingPort, def.AimingLowActive, def.AnalogControl, def.Power),
+            std::tuple(4, 9, true, true, 3000.0));
+  EXPECT_EQ(std::tuple(def.IgnoreLaserAlarm, def.LaserAlarm2Warning, def.IgnoreDiodeReply, def.DiodeSetAlarmEn,
+                       def.DiodeSetTimeOut, def.HardWireMutexEmAndAB, def.DebugMode),
+            std::tuple(true, true, true, true, 2500, true, false));
+  EXPECT_EQ(std::tuple(def.PWM.DiodeCurrent, def.PWM.EnablePort1, def.PWM.EnablePort2, def.PWM.Frequency),
+            std::tuple(55.0, 11, 12, 20000));
+  EXPECT_EQ(std::tuple(def.PWM.MinRatio, def.PWM.Ratio, def.DA.DAPort, def.DA.MaxVoltage),
+            std::tuple(0.05, 0.75, 2, 5.0));
   EXPECT_DOUBLE_EQ(def.DA.ProofMax, 10.0) << "the controller's full scale is not taken from the configuration";
   // A family without settings of its own leaves the transport and the serial defaults alone.
-  EXPECT_EQ(def.DataTransType, dttNone);
-  EXPECT_EQ(def.Comm.CommSettings, "9600,n,8,1");
-  EXPECT_EQ(def.Net.TcpPort, 8080);
+  EXPECT_EQ(std::tuple(def.DataTransType, def.Comm.CommSettings, def.Net.TcpPort),
+            std::tuple(dttNone, "9600,n,8,1", 8080));
   EXPECT_TRUE(FSink->Entries().empty());
 }
 
