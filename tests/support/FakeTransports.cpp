@@ -146,4 +146,24 @@ void TFakeIcmpClient::Post(std::function<void()> handler) {
   FCond.notify_all();
 }
 
+// ---- simulated laser ---------------------------------------------------------------------------------------------
+
+void TSimulatedYlr::Attach(TFakeLinkPeer& peer) {
+  peer.SetResponder([this](const std::string& written) { return Answer(written); });
+}
+
+void TSimulatedYlr::SetStatusReply(std::string reply) {
+  std::lock_guard lock(FMutex);
+  FStatusReply = std::move(reply);
+}
+
+std::string TSimulatedYlr::Answer(const std::string& written) {
+  {
+    std::lock_guard lock(FMutex);
+    if (!FStatusReply.empty() && written == "STA\r") return FStatusReply;
+  }
+  std::string reply = Engine.Feed(written);  // the laser takes a current also when it does not echo it
+  return EchoCurrent || written.rfind("SDC", 0) != 0 ? reply : std::string();
+}
+
 }  // namespace testsupport

@@ -3,6 +3,7 @@
 // written and can close the link or make the address unreachable at any moment. Every peer is thread-safe.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -17,6 +18,7 @@
 
 #include "host/Transports.h"
 #include "refhost/TransportFactory.h"
+#include "sim/ipg/IpgYlrEngine.h"
 
 namespace testsupport {
 
@@ -158,6 +160,24 @@ class TFakeTransportFactory : public refhost::ITransportFactory {
   }
   std::unique_ptr<nchost::TUDPClient> CreateUdpClient() override { return nullptr; }
   std::unique_ptr<nchost::TIcmpClient> CreateIcmpClient() override { return std::make_unique<TFakeIcmpClient>(Ping); }
+};
+
+// A far end that behaves like a YLR laser: the simulator's engine answers every write, unless the test replaced the
+// status reply or the laser takes diode currents without echoing them.
+class TSimulatedYlr {
+ public:
+  lasersim::TIpgYlrEngine Engine;
+  std::atomic<bool> EchoCurrent{true};
+
+  // Lets the client of `peer` talk to this laser; the laser must outlive the client's traffic.
+  void Attach(TFakeLinkPeer& peer);
+  // "STA" gets `reply` instead of the engine's status line; empty: the engine answers again.
+  void SetStatusReply(std::string reply);
+
+ private:
+  std::string Answer(const std::string& written);
+  std::mutex FMutex;
+  std::string FStatusReply;
 };
 
 }  // namespace testsupport

@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,7 +12,6 @@
 #include "frame/LaserStrs.h"
 #include "ipg/IpgYlr2Driver.h"
 #include "ipg/IpgYlrDriver.h"
-#include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrStatus.h"
 #include "support/FakeTransports.h"
 #include "support/LaserHostFixture.h"
@@ -44,8 +41,8 @@ class IpgYlrDriverTest : public testing::TLaserHostFixture {
   void SetUp() override {
     TLaserHostFixture::SetUp();
     FApp.SetTransports(Transports);
-    for (const auto& peer : {Transports->Tcp, Transports->Serial})
-      peer->SetResponder([this](const std::string& w) { return Answer(w); });
+    Laser.Attach(*Transports->Tcp);
+    Laser.Attach(*Transports->Serial);
     FParams.DefParams.DataTransType = dttNetTcp;
     FParams.DefParams.Net.TcpHost = "192.0.2.10";
     FParams.DefParams.Net.TcpPort = 8080;  // not used: the laser listens on 10001
@@ -55,18 +52,6 @@ class IpgYlrDriverTest : public testing::TLaserHostFixture {
     Driver.reset();
     SetLaserDebugMode(false);
     TLaserHostFixture::TearDown();
-  }
-
-  // The engine answers, unless the test replaced the status reply or the laser takes currents without an echo.
-  std::string Answer(const std::string& written) {
-    std::lock_guard lock(FAnswerLock);
-    if (!FStatusReply.empty() && written == "STA\r") return FStatusReply;
-    std::string reply = Engine.Feed(written);
-    return EchoCurrent || written.rfind("SDC", 0) != 0 ? reply : "";
-  }
-  void SetStatusReply(std::string reply) {
-    std::lock_guard lock(FAnswerLock);
-    FStatusReply = std::move(reply);
   }
 
   template <class TDriver = TIPGYLRDriver>
@@ -92,15 +77,11 @@ class IpgYlrDriverTest : public testing::TLaserHostFixture {
     return Transports->Tcp->WaitForWrites([n](auto& w) { return CountOf(w, "STA\r") >= n; });
   }
 
-  lasersim::TIpgYlrEngine Engine;
-  std::atomic<bool> EchoCurrent{true};
+  testsupport::TSimulatedYlr Laser;
+  lasersim::TIpgYlrEngine& Engine = Laser.Engine;
   std::shared_ptr<testsupport::TFakeTransportFactory> Transports =
       std::make_shared<testsupport::TFakeTransportFactory>();
   std::unique_ptr<TIPGYLRDriver> Driver;
-
- private:
-  std::mutex FAnswerLock;
-  std::string FStatusReply;
 };
 
 TEST_F(IpgYlrDriverTest, TcpLinkUsesTheFixedPortAndOtherTransportsAreRefused) {
@@ -150,7 +131,7 @@ TEST_F(IpgYlrDriverTest, MonitorPollsTheStatusAnnouncesTheConnectionOnceAndSkips
   Engine.SetAlarmWord(ylr::kHighBackReflection);
   EXPECT_TRUE(Eventually([&] { return d.GetDeviceStatus() == ylr::kHighBackReflection; }));
 
-  SetStatusReply("STA: x7\r");
+  Laser.SetStatusReply("STA: x7\r");
   d.AnalyzeResponse("ERR STA: 99\r");
   ASSERT_TRUE(PollsSent(10));
   EXPECT_EQ(d.GetDeviceStatus(), ylr::kHighBackReflection);
@@ -244,7 +225,7 @@ TEST_F(IpgYlrDriverTest, DiodeCurrentIsValidatedAndConfirmedByTheEcho) {
 }
 
 TEST_F(IpgYlrDriverTest, UnechoedDiodeCurrentIsReportedUnlessRepliesAreIgnored) {
-  EchoCurrent = false;
+  Laser.EchoCurrent = false;
   const std::string failed = SSetDiodeParamsFaild.Text();
   MakeConnected().SetDiodeCurrent(40.0);
   EXPECT_EQ(Shown(Format(failed, 0.0, 40.0)), 1u);

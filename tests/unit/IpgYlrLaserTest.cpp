@@ -4,11 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,7 +48,7 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
   void SetUp() override {
     TLaserHostFixture::SetUp();
     FApp.SetTransports(FTransports);
-    FTransports->Tcp->SetResponder([this](const std::string& written) { return Answer(written); });
+    FLink.Attach(*FTransports->Tcp);
     FParams.Model = "YLR";
     FParams.LaserMainType = eltIPG;
     FParams.LaserSubType = 3;
@@ -69,27 +66,9 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
     TLaserHostFixture::TearDown();
   }
 
-  // The engine answers, unless the test overrides the status word or drops the current echo.
-  std::string Answer(const std::string& written) {
-    std::lock_guard lock(FAnswerLock);
-    if (!FEchoCurrent && written.rfind("SDC", 0) == 0) {
-      FEngine.Feed(written);  // the laser takes it but says nothing
-      return {};
-    }
-    if (FStatusOverride && written == "STA\r") return "STA: " + *FStatusOverride + "\r";
-    return FEngine.Feed(written);
-  }
-  void SetEchoCurrent(bool echo) {
-    std::lock_guard lock(FAnswerLock);
-    FEchoCurrent = echo;
-  }
-  void OverrideStatus(std::string status) {
-    std::lock_guard lock(FAnswerLock);
-    FStatusOverride = std::move(status);
-  }
-
   template <class T = TIPGYLR2Laser>
   T& Make() {
+    FLaser.reset();
     auto laser = MakeLaser<T>(FParams, FIO);
     EXPECT_TRUE(laser);
     auto& ref = *laser;
@@ -104,17 +83,14 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
       if (c != "STA") out.push_back(c);
     return out;
   }
-
   bool WaitForStatus(TIPGYLRLaserBase& laser, uint32_t status) {
     return Eventually([&] { return laser.Driver()->GetDeviceStatus() == status; });
   }
 
   std::shared_ptr<testsupport::TFakeTransportFactory> FTransports =
       std::make_shared<testsupport::TFakeTransportFactory>();
-  lasersim::TIpgYlrEngine FEngine;
-  std::mutex FAnswerLock;
-  bool FEchoCurrent = true;
-  std::optional<std::string> FStatusOverride;
+  testsupport::TSimulatedYlr FLink;
+  lasersim::TIpgYlrEngine& FEngine = FLink.Engine;
   std::shared_ptr<TNcLaser> FLaser;
 };
 
@@ -127,7 +103,7 @@ TEST_F(TIpgYlrLaserTest, ReportsEveryStatusBitAsItsAlarmIdAndNothingWhileTheStat
   EXPECT_THAT(report.RaisedIds(), ElementsAre(3, 33));
   EXPECT_EQ(report.Raised.size(), 33u);  // 511 and all 32 bits, set or not
 
-  OverrideStatus("4294967295");
+  FLink.SetStatusReply("STA: 4294967295\r");
   ASSERT_TRUE(WaitForStatus(laser, 0xFFFFFFFF));
   TRecordingReport unknown;
   EXPECT_FALSE(laser.UpdateAlarms(unknown));
@@ -144,7 +120,6 @@ TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesT
   EXPECT_EQ(ylr2.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + "Unknow Error");  // bit 0 only warns here
   EXPECT_EQ(ylr2.GetAlarmDesc(511), "YLR" + SLaserDiodeSetErr.Text());
   EXPECT_EQ(ylr2.GetAlarmIDPrefix(), "IPGYLR2");
-  FLaser.reset();
 
   auto& ylr1 = Make<TIPG500Laser>();
   TRecordingTable table1;
@@ -158,7 +133,6 @@ TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesT
 TEST_F(TIpgYlrLaserTest, DescribesItselfWithTheSerialNumberOnlyWhenItHasALink) {
   FEngine.SetSerialNumber("12345");
   EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019 SN: 12345");
-  FLaser.reset();
   FParams.DefParams.DataTransType = dttNone;
   EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019");
 }
@@ -166,7 +140,7 @@ TEST_F(TIpgYlrLaserTest, DescribesItselfWithTheSerialNumberOnlyWhenItHasALink) {
 TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTimeOut) {
   FParams.DefParams.DiodeSetAlarmEn = true;
   auto& laser = Make();
-  SetEchoCurrent(false);
+  FLink.EchoCurrent = false;
   laser.SetDiodeCurrentWaitBusy(50);
   TRecordingReport report;
   laser.UpdateAlarms(report);
@@ -182,7 +156,7 @@ TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTi
   laser.ResetAlarm(kDiodeSetAlarmId);
   laser.UpdateAlarms(report);
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
-  SetEchoCurrent(true);
+  FLink.EchoCurrent = true;
   laser.SetDiodeCurrentWaitBusy(45);
   ASSERT_TRUE(Eventually([&] { return laser.Driver()->GetDiodeCurrent() == 45.0; }));
   laser.UpdateAlarms(report);
@@ -193,13 +167,12 @@ TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTi
 TEST_F(TIpgYlrLaserTest, AcknowledgedSetThatTheLaserNeverEchoesRaisesTheAlarmUnlessRepliesAreIgnored) {
   FParams.DefParams.DiodeSetAlarmEn = true;
   auto& laser = Make();
-  SetEchoCurrent(false);
+  FLink.EchoCurrent = false;
   laser.SetDiodeCurrent(70);  // a CW laser: the acknowledged set, given up after its time-out
   EXPECT_TRUE(laser.DiodeSetAlarm());
   TRecordingReport report;
   laser.UpdateAlarms(report);
   EXPECT_TRUE(report.Raised.at(kDiodeSetAlarmId));
-  FLaser.reset();
 
   FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
   auto& trusting = Make();
@@ -247,7 +220,6 @@ TEST_F(TIpgYlrLaserTest, PulseModelSwitchSendsItsSequenceAndLogsIt) {
     EXPECT_EQ(Commands(), c.Commands);
     EXPECT_EQ(laser.GetIsQCW(), c.Qcw);
     EXPECT_TRUE(FSink->Contains(c.Log));
-    FLaser.reset();
   }
 }
 
