@@ -120,27 +120,22 @@ TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesT
   EXPECT_EQ(ylr2.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + "Unknow Error");  // bit 0 only warns here
   EXPECT_EQ(ylr2.GetAlarmDesc(511), "YLR" + SLaserDiodeSetErr.Text());
   EXPECT_EQ(ylr2.GetAlarmIDPrefix(), "IPGYLR2");
+  EXPECT_EQ(ylr2.GetDeviceDesc(), "YLRYLR-2019 SN: 12345");  // the serial number is asked over the link
 
   auto& ylr1 = Make<TIPG500Laser>();
-  TRecordingTable table1;
-  ylr1.RegisterAlarms(table1);
-  EXPECT_THAT(table1.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
+  table.Ids.clear();
+  ylr1.RegisterAlarms(table);
+  EXPECT_THAT(table.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
   EXPECT_EQ(ylr1.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + SIPGCommBUfferOverload.Text());
   EXPECT_EQ(ylr1.Driver()->AlarmMask(), 0xE38A002Bu);
   EXPECT_EQ(ylr1.Driver()->WarningMask(), 0x240u);
 }
 
-TEST_F(TIpgYlrLaserTest, DescribesItselfWithTheSerialNumberOnlyWhenItHasALink) {
-  FEngine.SetSerialNumber("12345");
-  EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019 SN: 12345");
-  FParams.DefParams.DataTransType = dttNone;
-  EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019");
-}
-
-TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTimeOut) {
+TEST_F(TIpgYlrLaserTest, UnconfirmedSetsRaiseTheDiodeAlarmUnlessRepliesAreIgnored) {
   FParams.DefParams.DiodeSetAlarmEn = true;
   auto& laser = Make();
-  FLink.EchoCurrent = false;
+  FLink.EchoCurrent = false;  // after the creation, whose own set of the default current must succeed
+  // The asynchronous set is supervised by UpdateAlarms: the alarm comes after its time-out.
   laser.SetDiodeCurrentWaitBusy(50);
   TRecordingReport report;
   laser.UpdateAlarms(report);
@@ -162,15 +157,10 @@ TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTi
   laser.UpdateAlarms(report);
   EXPECT_FALSE(laser.DiodeSetPending());
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
-}
 
-TEST_F(TIpgYlrLaserTest, AcknowledgedSetThatTheLaserNeverEchoesRaisesTheAlarmUnlessRepliesAreIgnored) {
-  FParams.DefParams.DiodeSetAlarmEn = true;
-  auto& laser = Make();
   FLink.EchoCurrent = false;
   laser.SetDiodeCurrent(70);  // a CW laser: the acknowledged set, given up after its time-out
   EXPECT_TRUE(laser.DiodeSetAlarm());
-  TRecordingReport report;
   laser.UpdateAlarms(report);
   EXPECT_TRUE(report.Raised.at(kDiodeSetAlarmId));
 
@@ -267,6 +257,11 @@ TEST_F(TIpgYlrLaserTest, WithoutALinkNothingIsSentAndStatesAreTheCommandedOnes) 
   EXPECT_TRUE(laser.GetIsEmissionOn());
   EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 70.0);
   EXPECT_DOUBLE_EQ(FIO->State().DA[laser.GetCurrentDAPort()], 7.0);  // the DA output carries the current
+  EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019");                   // no serial number without a link
+
+  FParams.DefParams.DataTransType = dttNetUDP;  // a link the laser does not speak: no laser
+  EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
+  EXPECT_TRUE(FSink->Contains("IPG.LaserType Error Message"));
 }
 
 TEST_F(TIpgYlrLaserTest, LaserOnOutputIsSwitchedAndReadBackWhenConfigured) {
@@ -279,12 +274,6 @@ TEST_F(TIpgYlrLaserTest, LaserOnOutputIsSwitchedAndReadBackWhenConfigured) {
   laser.LaserOff();
   EXPECT_FALSE(FIO->State().Outputs.test(9));
   EXPECT_FALSE(laser.GetIsLaserOn());
-}
-
-TEST_F(TIpgYlrLaserTest, RefusedTransportFailsTheCreation) {
-  FParams.DefParams.DataTransType = dttNetUDP;
-  EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
-  EXPECT_TRUE(FSink->Contains("IPG.LaserType Error Message"));
 }
 
 }  // namespace
