@@ -30,9 +30,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Generous: these only bound a hang on a loaded machine; a passing test never waits for them.
-constexpr int kReplyTimeoutMs = 5000;
-
 const char* kAddress = "127.0.0.31";
 
 // `receiveBuffer` > 0 shrinks the client's receive window, so that a server whose replies go unread soon blocks.
@@ -51,17 +48,15 @@ void SendText(int fd, const std::string& text) {
   ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size())) << std::strerror(errno);
 }
 
-// Reads until `lines` carriage returns have arrived, the peer closes, or the time-out passes.
-std::string ReadLines(int fd, int lines) {
+// Reads until `lines` line ends have arrived, the peer closes, or the time-out passes.
+std::string ReadLines(int fd, int lines, char end = '\r', std::chrono::milliseconds timeout = 5s) {
   std::string text;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kReplyTimeoutMs);
-  while (std::count(text.begin(), text.end(), '\r') < lines) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) break;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (std::count(text.begin(), text.end(), end) < lines) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     pollfd pfd{fd, POLLIN, 0};
-    if (::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) break;
     char buffer[256];
+    if (left.count() <= 0 || ::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) break;
     const ssize_t n = ::read(fd, buffer, sizeof buffer);
     if (n <= 0) break;
     text.append(buffer, static_cast<size_t>(n));
@@ -69,10 +64,10 @@ std::string ReadLines(int fd, int lines) {
   return text;
 }
 
-// True when the peer has closed (end of file or an error) within the time-out.
+// True when the peer has closed (end of file or an error) within a time-out that only bounds a hang.
 bool PeerClosed(int fd) {
   pollfd pfd{fd, POLLIN, 0};
-  if (::poll(&pfd, 1, kReplyTimeoutMs) <= 0) return false;
+  if (::poll(&pfd, 1, 5000) <= 0) return false;
   char c;
   return ::read(fd, &c, 1) <= 0;
 }
@@ -217,16 +212,7 @@ TEST(IpgSimProgram, ServesTheGivenAlarmWordAndEndsCleanlyOnSigterm) {
   writeEnd.Reset();
 
   // The program says where it listens once it does.
-  std::string banner;
-  const auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (banner.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-    pollfd pfd{readEnd.Get(), POLLIN, 0};
-    if (::poll(&pfd, 1, 1000) <= 0) continue;
-    char buffer[256];
-    const ssize_t n = ::read(readEnd.Get(), buffer, sizeof buffer);
-    if (n <= 0) break;
-    banner.append(buffer, static_cast<size_t>(n));
-  }
+  const std::string banner = ReadLines(readEnd.Get(), 1, '\n', 20s);
   EXPECT_EQ(banner, "ipgsim: listening on 127.0.0.34:10001\n");
 
   TUniqueFd client = Connect("127.0.0.34", 10001);

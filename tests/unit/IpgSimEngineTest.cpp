@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -16,17 +17,10 @@ using namespace std::chrono_literals;
 using TReplyMode = TIpgYlrEngine::TReplyMode;
 
 std::vector<std::string> SplitLines(const std::string& replies) {
+  EXPECT_TRUE(replies.empty() || replies.back() == '\r') << "reply not ended by CR: " << replies;
   std::vector<std::string> lines;
-  std::string line;
-  for (char c : replies) {
-    if (c == '\r') {
-      lines.push_back(std::move(line));
-      line.clear();
-    } else {
-      line += c;
-    }
-  }
-  EXPECT_TRUE(line.empty()) << "reply not ended by CR: " << line;
+  std::istringstream in(replies);
+  for (std::string line; std::getline(in, line, '\r');) lines.push_back(line);
   return lines;
 }
 
@@ -70,7 +64,6 @@ TEST(IpgSimEngine, SwitchesSetAndClearTheirStatusBitsAndAcknowledgeWithTheMnemon
     EXPECT_EQ(StatusFromReply(engine), bit) << on;
     EXPECT_EQ(Ask(engine, off), std::string(off) + "\r");
     EXPECT_EQ(StatusFromReply(engine), 0u) << off;
-    EXPECT_EQ(bit & ~ipgylr::kLaserStateMask, 0u) << on << " uses a bit outside the laser-state bits";
   }
 
   // Digital power select stays until the analogue input takes over.
@@ -87,27 +80,14 @@ TEST(IpgSimEngine, SwitchesSetAndClearTheirStatusBitsAndAcknowledgeWithTheMnemon
 
 TEST(IpgSimEngine, SetPointsAreEchoedAndOutOfRangeValuesRefused) {
   TIpgYlrEngine engine;
-  EXPECT_EQ(Ask(engine, "SDC 100"), "SDC: 100\r");
-  EXPECT_EQ(Ask(engine, "SDC 40.5"), "SDC: 40.5\r");
-  EXPECT_EQ(Ask(engine, "SDC 100.01"), "ERR: Out of range\r");
-  EXPECT_EQ(Ask(engine, "SDC -1"), "ERR: Out of range\r");
-  EXPECT_EQ(Ask(engine, "SDC"), "ERR: Missing parameter\r");
-  EXPECT_EQ(Ask(engine, "SDC 4O"), "ERR: Invalid parameter\r");
-  EXPECT_EQ(Ask(engine, "RCS"), "RCS: 40.5\r");
+  EXPECT_EQ(engine.Feed("SDC 100\rSDC 40.5\rSDC 100.01\rSDC -1\rSDC\rSDC 4O\rRCS\r"),
+            "SDC: 100\rSDC: 40.5\rERR: Out of range\rERR: Out of range\rERR: Missing parameter\r"
+            "ERR: Invalid parameter\rRCS: 40.5\r");
   EXPECT_DOUBLE_EQ(engine.DiodeCurrent(), 40.5);
-
-  EXPECT_EQ(Ask(engine, "SPRR 9999999"), "SPRR: 9999999\r");
-  EXPECT_EQ(Ask(engine, "SPRR 10000000"), "ERR: Out of range\r");
-  EXPECT_EQ(Ask(engine, "SPRR 10.5"), "ERR: Invalid parameter\r");
-  EXPECT_EQ(Ask(engine, "RPRR"), "RPRR: 9999999\r");
-
-  EXPECT_EQ(Ask(engine, "SPW 0.5"), "SPW: 0.50\r");
-  EXPECT_EQ(Ask(engine, "SPW 50.01"), "ERR: Out of range\r");
-  EXPECT_EQ(Ask(engine, "RPW"), "RPW: 0.50\r");
-
-  EXPECT_EQ(Ask(engine, "SFWS 5.0"), "SFWS: 5.0\r");
-  EXPECT_EQ(Ask(engine, "SFWS 0.1"), "ERR: Out of range\r");
-  EXPECT_EQ(Ask(engine, "RFWS"), "RFWS: 5.0\r");
+  EXPECT_EQ(engine.Feed("SPRR 9999999\rSPRR 10000000\rSPRR 10.5\rRPRR\r"),
+            "SPRR: 9999999\rERR: Out of range\rERR: Invalid parameter\rRPRR: 9999999\r");
+  EXPECT_EQ(engine.Feed("SPW 0.5\rSPW 50.01\rRPW\r"), "SPW: 0.50\rERR: Out of range\rRPW: 0.50\r");
+  EXPECT_EQ(engine.Feed("SFWS 5.0\rSFWS 0.1\rRFWS\r"), "SFWS: 5.0\rERR: Out of range\rRFWS: 5.0\r");
 }
 
 TEST(IpgSimEngine, ReadersReportIdentityReadingsAndOutputPower) {
@@ -132,21 +112,16 @@ TEST(IpgSimEngine, ReadersReportIdentityReadingsAndOutputPower) {
 TEST(IpgSimEngine, OnlyStatusAndCurrentRepliesCarryTheTextsADriverSearchesFor) {
   // A driver takes any line with "STA" for a status line and any with "RCS"/"SDC" for a current echo.
   TIpgYlrEngine engine;
-  std::vector<std::string> commands = {std::string(300, 'S') + "TA"};
-  std::string names =
-      "EMON|EMOFF|ABN|ABF|EPM|DPM|EGM|DGM|EMOD|DMOD|EEC|DEC|EEABC|DEABC|ELE|DLE|SDS|RERR|RPRR|SPRR 100|RPW|SPW 1|RFWS|"
-      "SFWS 1|RSN|RFV|ROP|RET|RCT|RNC|RMEC|STAT|SDCX|RCS 1|SDC 500|STA 1|EMON STA|ABN SDC";
-  for (size_t start = 0, bar = 0; bar != std::string::npos; start = bar + 1) {
-    bar = names.find('|', start);
-    commands.push_back(names.substr(start, bar - start));
-  }
-  for (const auto& command : commands) {
-    for (const auto& line : SplitLines(Ask(engine, command))) {
-      EXPECT_EQ(line.find("STA"), std::string::npos) << command << " -> " << line;
-      EXPECT_EQ(line.find("RCS"), std::string::npos) << command << " -> " << line;
-      EXPECT_EQ(line.find("SDC"), std::string::npos) << command << " -> " << line;
-    }
-  }
+  std::vector<std::string> commands = {"EMON", "EMOFF", "ABN",     "ABF",      "EPM",      "DPM",    "EGM",  "DGM",
+                                       "EMOD", "DMOD",  "EEC",     "DEC",      "EEABC",    "DEABC",  "ELE",  "DLE",
+                                       "SDS",  "RERR",  "RPRR",    "SPRR 100", "RPW",      "SPW 1",  "RFWS", "SFWS 1",
+                                       "RSN",  "RFV",   "ROP",     "RET",      "RCT",      "RNC",    "RMEC", "STAT",
+                                       "SDCX", "RCS 1", "SDC 500", "STA 1",    "EMON STA", "ABN SDC"};
+  commands.push_back(std::string(300, 'S') + "TA");  // too long: the error must not repeat it
+  for (const auto& command : commands)
+    for (const auto& line : SplitLines(Ask(engine, command)))
+      for (const char* text : {"STA", "RCS", "SDC"})
+        EXPECT_EQ(line.find(text), std::string::npos) << command << " -> " << line;
 }
 
 TEST(IpgSimEngine, AlarmsShowInTheStatusBlockEmissionAndAreClearedByReset) {
@@ -216,19 +191,16 @@ TEST(IpgSimEngine, TraceHookSeesEachCommandWithItsReply) {
             (std::vector<std::pair<std::string, std::string>>{{"ABN", "ABN\r"}, {"FOO", "ERR: Unknown command\r"}}));
 }
 
-TEST(IpgSimEngine, CommandLogWaitsForACommandFromAnotherThread) {
+TEST(IpgSimEngine, CommandLogWaitsForCommandsFromAnotherThreadAndKeepsTheLatest) {
   TIpgYlrEngine engine;
   EXPECT_FALSE(engine.Log().WaitFor("EMON", 10ms));
   std::thread feeder([&] { engine.Feed("STA\rEMON\rSTA\r"); });
   EXPECT_TRUE(engine.Log().WaitFor("EMON", 10s));
   EXPECT_TRUE(engine.Log().WaitFor("STA", 10s, 2));
   feeder.join();
-  EXPECT_EQ(engine.Log().Count("STA"), 2u);
   EXPECT_FALSE(engine.Log().WaitFor("STA", 10ms, 3));
-}
 
-TEST(IpgSimEngine, CommandLogKeepsTheLatestCommandsButCountsAll) {
-  TCommandLog log;
+  TCommandLog log;  // a full log drops the oldest commands but counts all
   for (size_t i = 0; i <= TCommandLog::kCapacity; ++i) log.Add(std::to_string(i));
   EXPECT_EQ(log.Size(), TCommandLog::kCapacity);
   EXPECT_EQ(log.Received(), TCommandLog::kCapacity + 1);

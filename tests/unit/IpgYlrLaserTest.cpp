@@ -4,11 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -51,7 +48,7 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
   void SetUp() override {
     TLaserHostFixture::SetUp();
     FApp.SetTransports(FTransports);
-    FTransports->Tcp->SetResponder([this](const std::string& written) { return Answer(written); });
+    FLink.Attach(*FTransports->Tcp);
     FParams.Model = "YLR";
     FParams.LaserMainType = eltIPG;
     FParams.LaserSubType = 3;
@@ -69,27 +66,9 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
     TLaserHostFixture::TearDown();
   }
 
-  // The engine answers, unless the test overrides the status word or drops the current echo.
-  std::string Answer(const std::string& written) {
-    std::lock_guard lock(FAnswerLock);
-    if (!FEchoCurrent && written.rfind("SDC", 0) == 0) {
-      FEngine.Feed(written);  // the laser takes it but says nothing
-      return {};
-    }
-    if (FStatusOverride && written == "STA\r") return "STA: " + *FStatusOverride + "\r";
-    return FEngine.Feed(written);
-  }
-  void SetEchoCurrent(bool echo) {
-    std::lock_guard lock(FAnswerLock);
-    FEchoCurrent = echo;
-  }
-  void OverrideStatus(std::string status) {
-    std::lock_guard lock(FAnswerLock);
-    FStatusOverride = std::move(status);
-  }
-
   template <class T = TIPGYLR2Laser>
   T& Make() {
+    FLaser.reset();
     auto laser = MakeLaser<T>(FParams, FIO);
     EXPECT_TRUE(laser);
     auto& ref = *laser;
@@ -104,17 +83,14 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
       if (c != "STA") out.push_back(c);
     return out;
   }
-
   bool WaitForStatus(TIPGYLRLaserBase& laser, uint32_t status) {
     return Eventually([&] { return laser.Driver()->GetDeviceStatus() == status; });
   }
 
   std::shared_ptr<testsupport::TFakeTransportFactory> FTransports =
       std::make_shared<testsupport::TFakeTransportFactory>();
-  lasersim::TIpgYlrEngine FEngine;
-  std::mutex FAnswerLock;
-  bool FEchoCurrent = true;
-  std::optional<std::string> FStatusOverride;
+  testsupport::TSimulatedYlr FLink;
+  lasersim::TIpgYlrEngine& FEngine = FLink.Engine;
   std::shared_ptr<TNcLaser> FLaser;
 };
 
@@ -127,7 +103,7 @@ TEST_F(TIpgYlrLaserTest, ReportsEveryStatusBitAsItsAlarmIdAndNothingWhileTheStat
   EXPECT_THAT(report.RaisedIds(), ElementsAre(3, 33));
   EXPECT_EQ(report.Raised.size(), 33u);  // 511 and all 32 bits, set or not
 
-  OverrideStatus("4294967295");
+  FLink.SetStatusReply("STA: 4294967295\r");
   ASSERT_TRUE(WaitForStatus(laser, 0xFFFFFFFF));
   TRecordingReport unknown;
   EXPECT_FALSE(laser.UpdateAlarms(unknown));
@@ -144,29 +120,22 @@ TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesT
   EXPECT_EQ(ylr2.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + "Unknow Error");  // bit 0 only warns here
   EXPECT_EQ(ylr2.GetAlarmDesc(511), "YLR" + SLaserDiodeSetErr.Text());
   EXPECT_EQ(ylr2.GetAlarmIDPrefix(), "IPGYLR2");
-  FLaser.reset();
+  EXPECT_EQ(ylr2.GetDeviceDesc(), "YLRYLR-2019 SN: 12345");  // the serial number is asked over the link
 
   auto& ylr1 = Make<TIPG500Laser>();
-  TRecordingTable table1;
-  ylr1.RegisterAlarms(table1);
-  EXPECT_THAT(table1.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
+  table.Ids.clear();
+  ylr1.RegisterAlarms(table);
+  EXPECT_THAT(table.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
   EXPECT_EQ(ylr1.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + SIPGCommBUfferOverload.Text());
   EXPECT_EQ(ylr1.Driver()->AlarmMask(), 0xE38A002Bu);
   EXPECT_EQ(ylr1.Driver()->WarningMask(), 0x240u);
 }
 
-TEST_F(TIpgYlrLaserTest, DescribesItselfWithTheSerialNumberOnlyWhenItHasALink) {
-  FEngine.SetSerialNumber("12345");
-  EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019 SN: 12345");
-  FLaser.reset();
-  FParams.DefParams.DataTransType = dttNone;
-  EXPECT_EQ(Make().GetDeviceDesc(), "YLRYLR-2019");
-}
-
-TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTimeOut) {
+TEST_F(TIpgYlrLaserTest, UnconfirmedSetsRaiseTheDiodeAlarmUnlessRepliesAreIgnored) {
   FParams.DefParams.DiodeSetAlarmEn = true;
   auto& laser = Make();
-  SetEchoCurrent(false);
+  FLink.EchoCurrent = false;  // after the creation, whose own set of the default current must succeed
+  // The asynchronous set is supervised by UpdateAlarms: the alarm comes after its time-out.
   laser.SetDiodeCurrentWaitBusy(50);
   TRecordingReport report;
   laser.UpdateAlarms(report);
@@ -182,24 +151,18 @@ TEST_F(TIpgYlrLaserTest, UnconfirmedAsynchronousSetRaisesTheDiodeAlarmAfterItsTi
   laser.ResetAlarm(kDiodeSetAlarmId);
   laser.UpdateAlarms(report);
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
-  SetEchoCurrent(true);
+  FLink.EchoCurrent = true;
   laser.SetDiodeCurrentWaitBusy(45);
   ASSERT_TRUE(Eventually([&] { return laser.Driver()->GetDiodeCurrent() == 45.0; }));
   laser.UpdateAlarms(report);
   EXPECT_FALSE(laser.DiodeSetPending());
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
-}
 
-TEST_F(TIpgYlrLaserTest, AcknowledgedSetThatTheLaserNeverEchoesRaisesTheAlarmUnlessRepliesAreIgnored) {
-  FParams.DefParams.DiodeSetAlarmEn = true;
-  auto& laser = Make();
-  SetEchoCurrent(false);
+  FLink.EchoCurrent = false;
   laser.SetDiodeCurrent(70);  // a CW laser: the acknowledged set, given up after its time-out
   EXPECT_TRUE(laser.DiodeSetAlarm());
-  TRecordingReport report;
   laser.UpdateAlarms(report);
   EXPECT_TRUE(report.Raised.at(kDiodeSetAlarmId));
-  FLaser.reset();
 
   FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
   auto& trusting = Make();
@@ -247,7 +210,6 @@ TEST_F(TIpgYlrLaserTest, PulseModelSwitchSendsItsSequenceAndLogsIt) {
     EXPECT_EQ(Commands(), c.Commands);
     EXPECT_EQ(laser.GetIsQCW(), c.Qcw);
     EXPECT_TRUE(FSink->Contains(c.Log));
-    FLaser.reset();
   }
 }
 
@@ -295,6 +257,11 @@ TEST_F(TIpgYlrLaserTest, WithoutALinkNothingIsSentAndStatesAreTheCommandedOnes) 
   EXPECT_TRUE(laser.GetIsEmissionOn());
   EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 70.0);
   EXPECT_DOUBLE_EQ(FIO->State().DA[laser.GetCurrentDAPort()], 7.0);  // the DA output carries the current
+  EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019");                   // no serial number without a link
+
+  FParams.DefParams.DataTransType = dttNetUDP;  // a link the laser does not speak: no laser
+  EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
+  EXPECT_TRUE(FSink->Contains("IPG.LaserType Error Message"));
 }
 
 TEST_F(TIpgYlrLaserTest, LaserOnOutputIsSwitchedAndReadBackWhenConfigured) {
@@ -307,12 +274,6 @@ TEST_F(TIpgYlrLaserTest, LaserOnOutputIsSwitchedAndReadBackWhenConfigured) {
   laser.LaserOff();
   EXPECT_FALSE(FIO->State().Outputs.test(9));
   EXPECT_FALSE(laser.GetIsLaserOn());
-}
-
-TEST_F(TIpgYlrLaserTest, RefusedTransportFailsTheCreation) {
-  FParams.DefParams.DataTransType = dttNetUDP;
-  EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
-  EXPECT_TRUE(FSink->Contains("IPG.LaserType Error Message"));
 }
 
 }  // namespace

@@ -2,7 +2,10 @@
 
 #include <clocale>
 #include <cmath>
+#include <initializer_list>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "frame/LaserStrs.h"
 #include "ipg/IpgYlrProtocol.h"
@@ -25,74 +28,50 @@ TEST(IpgYlrReplyCache, SplitsLinesAcrossAndWithinReads) {
   EXPECT_FALSE(second.Overflow);
 }
 
-TEST(IpgYlrReplyCache, GarbageWithoutLineEndIsDroppedPastTheLimit) {
+TEST(IpgYlrReplyCache, GarbageWithoutLineEndIsDroppedPastTheLimitButCompleteLinesAreKept) {
   TReplyCache cache;
   EXPECT_FALSE(cache.Feed(std::string(TReplyCache::kMaxCache, 'x')).Overflow);
-  EXPECT_EQ(cache.Pending().size(), TReplyCache::kMaxCache);
   auto result = cache.Feed("y");
   EXPECT_TRUE(result.Overflow);
   EXPECT_TRUE(result.Lines.empty());
   EXPECT_EQ(cache.Pending(), "");
-  // The link recovers with the next complete line.
-  auto next = cache.Feed("STA: 1\r");
-  ASSERT_EQ(next.Lines.size(), 1u);
-  EXPECT_EQ(next.Lines[0], "STA: 1");
-}
-
-TEST(IpgYlrReplyCache, CompleteLinesOfAnOverlongReadAreStillDelivered) {
-  TReplyCache cache;
-  std::string text = "STA: 7\r" + std::string(TReplyCache::kMaxCache, 'z');
-  auto result = cache.Feed(text);
+  // The lines completed in an overlong read still count, and the link recovers with them.
+  result = cache.Feed("STA: 7\r" + std::string(TReplyCache::kMaxCache, 'z'));
   EXPECT_TRUE(result.Overflow);
-  ASSERT_EQ(result.Lines.size(), 1u);
-  EXPECT_EQ(result.Lines[0], "STA: 7");
+  EXPECT_EQ(result.Lines, std::vector<std::string>{"STA: 7"});
   EXPECT_EQ(cache.Pending(), "");
 }
 
-TEST(IpgYlrReplies, ExtractParamTakesTheTrimmedTextAfterTheFirstColon) {
+TEST(IpgYlrReplies, ParametersAndLineKinds) {
   EXPECT_EQ(ExtractParam("STA: 12"), "12");
   EXPECT_EQ(ExtractParam("\nRFV:  V1.2:3 \t"), "V1.2:3");
   EXPECT_EQ(ExtractParam("STA 12"), "");
   EXPECT_EQ(ExtractParam("ROP:"), "");
-}
-
-TEST(IpgYlrReplies, ClassifierOrderDecidesMixedLines) {
-  EXPECT_EQ(ClassifyLine("ERR: STA refused"), ELineKind::Error);
-  EXPECT_EQ(ClassifyLine("STA: 4"), ELineKind::Status);
-  EXPECT_EQ(ClassifyLine("RCS: 40.0"), ELineKind::DiodeCurrent);
-  EXPECT_EQ(ClassifyLine("SDC: 40"), ELineKind::DiodeCurrent);
-  EXPECT_EQ(ClassifyLine("SPRR: 5000"), ELineKind::PulseRate);
-  EXPECT_EQ(ClassifyLine("RPRR: 5000"), ELineKind::PulseRate);
-  EXPECT_EQ(ClassifyLine("SPW: 1.50"), ELineKind::PulseWidth);
-  EXPECT_EQ(ClassifyLine("RPW: 1.50"), ELineKind::PulseWidth);
-  EXPECT_EQ(ClassifyLine("EMON"), ELineKind::Other);
-  EXPECT_EQ(ClassifyLine("SPRR SPW"), ELineKind::PulseRate);
-  EXPECT_EQ(ClassifyLine("SDC STA"), ELineKind::Status);
-}
-
-TEST(IpgYlrReplies, StatusLineTakesTheLow32BitsAndIgnoresGarbage) {
-  EXPECT_EQ(ParseStatusLine("STA: 12"), 12u);
-  EXPECT_EQ(ParseStatusLine("STA: 4294967297"), 1u);  // 2^32 + 1
-  EXPECT_EQ(ParseStatusLine("STA: -1"), kStatusUnknown);
-  EXPECT_FALSE(ParseStatusLine("STA: 12a"));
-  EXPECT_FALSE(ParseStatusLine("STA: "));
-  EXPECT_FALSE(ParseStatusLine("STA 12"));
+  // Mixed lines are decided by the order of the tests: an error first, then a status line.
+  auto expectKind = [](ELineKind kind, std::initializer_list<const char*> lines) {
+    for (const char* line : lines) EXPECT_EQ(ClassifyLine(line), kind) << line;
+  };
+  expectKind(ELineKind::Error, {"ERR: STA refused"});
+  expectKind(ELineKind::Status, {"STA: 4", "SDC STA"});
+  expectKind(ELineKind::DiodeCurrent, {"RCS: 40.0", "SDC: 40"});
+  expectKind(ELineKind::PulseRate, {"SPRR: 5000", "RPRR: 5000", "SPRR SPW"});
+  expectKind(ELineKind::PulseWidth, {"SPW: 1.50", "RPW: 1.50"});
+  expectKind(ELineKind::Other, {"EMON"});
 }
 
 TEST(IpgYlrReplies, NumbersMustBeWholeAndFinite) {
+  EXPECT_EQ(ParseStatusLine("STA: 12"), 12u);
+  EXPECT_EQ(ParseStatusLine("STA: 4294967297"), 1u);  // the low 32 bits of 2^32 + 1
+  EXPECT_EQ(ParseStatusLine("STA: -1"), kStatusUnknown);
+  for (const char* garbage : {"STA: 12a", "STA: ", "STA 12"}) EXPECT_FALSE(ParseStatusLine(garbage)) << garbage;
   EXPECT_EQ(ParseDouble("40.5"), 40.5);
   EXPECT_EQ(ParseDouble("+3"), 3.0);
   EXPECT_EQ(ParseDouble("-2.5e1"), -25.0);
-  EXPECT_FALSE(ParseDouble("40,5"));
-  EXPECT_FALSE(ParseDouble("nan"));
-  EXPECT_FALSE(ParseDouble("inf"));
-  EXPECT_FALSE(ParseDouble(""));
+  for (const char* garbage : {"40,5", "nan", "inf", ""}) EXPECT_FALSE(ParseDouble(garbage)) << garbage;
   EXPECT_EQ(ParseInt64("9223372036854775807"), INT64_MAX);
   EXPECT_FALSE(ParseInt64("9223372036854775808"));
   EXPECT_FALSE(ParseInt64("1.0"));
-}
-
-TEST(IpgYlrReplies, TextValuesHaveLengthLimits) {
+  // Text values have length limits; a serial number must be a number.
   EXPECT_EQ(ShortTextParam(std::string(30, 'a')), std::string(30, 'a'));
   EXPECT_EQ(ShortTextParam(std::string(31, 'a')), "");
   EXPECT_EQ(SerialNumberParam("12345"), "12345");
@@ -100,17 +79,7 @@ TEST(IpgYlrReplies, TextValuesHaveLengthLimits) {
   EXPECT_EQ(SerialNumberParam(std::string(31, '1')), "");
 }
 
-TEST(IpgYlrStatus, UnknownStatusAnswersNoAlarmOrWarning) {
-  EXPECT_EQ(MaskedStatus(kStatusUnknown, kYlrAlarmMask), 0u);
-  EXPECT_EQ(MaskedStatus(kStatusUnknown, kLaserStateMask), 0u);
-  for (uint32_t mask : {kYlrAlarmMask, kYlrWarningMask, kYlrAlarmMaskWithWarnings, kYlr2AlarmMaskCw, kYlr2WarningMaskCw,
-                        kYlr2AlarmMaskQcw})
-    EXPECT_FALSE(AnyStatusBit(kStatusUnknown, mask)) << std::hex << mask;
-  EXPECT_FALSE(StatusBit(kStatusUnknown, 3));
-  EXPECT_FALSE(StatusBit(kStatusUnknown, 0));
-}
-
-TEST(IpgYlrStatus, StatusBitKeepsItsTwoAsymmetries) {
+TEST(IpgYlrStatus, StatusBitKeepsItsTwoAsymmetriesAndUnknownStatusHasNoBits) {
   EXPECT_FALSE(StatusBit(0x80000000u, 31));   // bit 31 makes the signed word negative
   EXPECT_FALSE(StatusBit(0x80000000u, -31));  // negative n asks for a clear bit, and 31 is set
   EXPECT_TRUE(StatusBit(0, 0));               // n = 0 asks whether bit 0 is clear
@@ -119,6 +88,11 @@ TEST(IpgYlrStatus, StatusBitKeepsItsTwoAsymmetries) {
   EXPECT_FALSE(StatusBit(1u << 11, -11));
   EXPECT_TRUE(StatusBit(0, -11));
   EXPECT_EQ(MaskedStatus(0xFFFFFFFEu, kLaserStateMask), kLaserStateMask);
+  // 0xFFFFFFFF means that the laser has not told its status: no bit is set and none is clear.
+  EXPECT_EQ(MaskedStatus(kStatusUnknown, 0xFFFFFFFFu), 0u);
+  EXPECT_FALSE(AnyStatusBit(kStatusUnknown, 0xFFFFFFFFu));
+  EXPECT_FALSE(StatusBit(kStatusUnknown, 3));
+  EXPECT_FALSE(StatusBit(kStatusUnknown, 0));
 }
 
 TEST(IpgYlrStatus, MasksAndTablesAgree) {
@@ -157,23 +131,17 @@ TEST(IpgYlrStatus, TableTextsFollowTheLanguage) {
 }
 
 TEST(IpgYlrCommands, SettersRefuseValuesOutsideTheirRange) {
-  EXPECT_FALSE(PulseRateCmd(0));
-  EXPECT_FALSE(PulseRateCmd(10000000));
+  for (int32_t hz : {0, 10000000}) EXPECT_FALSE(PulseRateCmd(hz)) << hz;
   EXPECT_EQ(PulseRateCmd(1), "SPRR 1");
   EXPECT_EQ(PulseRateCmd(9999999), "SPRR 9999999");
-  EXPECT_FALSE(FilterWndSzCmd(0.1));
-  EXPECT_FALSE(FilterWndSzCmd(5.01));
+  for (double s : {0.1, 5.01}) EXPECT_FALSE(FilterWndSzCmd(s)) << s;
   EXPECT_EQ(FilterWndSzCmd(5.0), "SFWS 5.0");
   EXPECT_EQ(FilterWndSzCmd(0.2), "SFWS 0.2");
-  EXPECT_FALSE(PulseWidthCmd(-0.01));
-  EXPECT_FALSE(PulseWidthCmd(50.5));
+  for (double width : {-0.01, 50.5}) EXPECT_FALSE(PulseWidthCmd(width)) << width;
   EXPECT_EQ(PulseWidthCmd(0.0), "SPW 0.00");
   EXPECT_EQ(PulseWidthCmd(12.345), "SPW 12.35");
-  EXPECT_TRUE(DiodeCurrentValid(100.0));
-  EXPECT_TRUE(DiodeCurrentValid(0.0));
-  EXPECT_FALSE(DiodeCurrentValid(100.01));
-  EXPECT_FALSE(DiodeCurrentValid(-0.5));
-  EXPECT_FALSE(DiodeCurrentValid(std::nan("")));
+  for (double valid : {0.0, 100.0}) EXPECT_TRUE(DiodeCurrentValid(valid)) << valid;
+  for (double invalid : {100.01, -0.5, std::nan("")}) EXPECT_FALSE(DiodeCurrentValid(invalid)) << invalid;
   EXPECT_EQ(DiodeCurrentCmd(39.6), "SDC 40");
   EXPECT_EQ(DiodeCurrentCmd(100.0), "SDC 100");
 }
