@@ -7,8 +7,8 @@
 #include <chrono>
 #include <filesystem>
 #include <future>
-#include <iterator>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
