@@ -1,6 +1,5 @@
 #include "sim/common/FdIo.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,11 +7,6 @@
 #include <cerrno>
 
 namespace lasersim {
-
-bool SetNonBlocking(int fd) {
-  const int flags = ::fcntl(fd, F_GETFL);
-  return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
-}
 
 TReadResult ReadAvailable(int fd, std::string& out) {
   char buffer[4096];

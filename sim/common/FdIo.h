@@ -8,9 +8,6 @@ namespace lasersim {
 
 enum class TReadResult { Data, WouldBlock, Closed };
 
-// Makes `fd` non-blocking; false (errno set) on failure.
-bool SetNonBlocking(int fd);
-
 // Appends what `fd` has now (up to 4 KiB) to `out`. Closed means end of file or a read error.
 TReadResult ReadAvailable(int fd, std::string& out);
 

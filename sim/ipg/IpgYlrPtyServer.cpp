@@ -1,23 +1,13 @@
 #include "sim/ipg/IpgYlrPtyServer.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
-#include <termios.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "sim/common/FdIo.h"
 #include "sim/ipg/IpgYlrEngine.h"
 
 namespace lasersim {
-
-namespace {
-
-std::string SystemError(const std::string& what) { return what + ": " + std::strerror(errno); }
-
-}  // namespace
 
 TIpgYlrPtyServer::TIpgYlrPtyServer(TIpgYlrEngine& engine) : FEngine(engine) {}
 
@@ -25,40 +15,13 @@ TIpgYlrPtyServer::~TIpgYlrPtyServer() { Stop(); }
 
 bool TIpgYlrPtyServer::Start() {
   if (Running()) {
-    FLastError = "already running on " + FSlavePath;
+    FLastError = "already running on " + SlavePath();
     return false;
   }
-  TUniqueFd master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!master.Valid()) {
-    FLastError = SystemError("posix_openpt");
+  if (!FTerminal.Open()) {
+    FLastError = FTerminal.LastError();
     return false;
   }
-  if (::grantpt(master.Get()) != 0 || ::unlockpt(master.Get()) != 0) {
-    FLastError = SystemError("unlockpt");
-    return false;
-  }
-  char name[128];
-  if (::ptsname_r(master.Get(), name, sizeof name) != 0) {
-    FLastError = SystemError("ptsname");
-    return false;
-  }
-  TUniqueFd slave(::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
-  if (!slave.Valid()) {
-    FLastError = SystemError(std::string("open ") + name);
-    return false;
-  }
-  termios settings{};
-  if (::tcgetattr(slave.Get(), &settings) == 0) {
-    ::cfmakeraw(&settings);
-    ::tcsetattr(slave.Get(), TCSANOW, &settings);
-  }
-  if (!SetNonBlocking(master.Get())) {
-    FLastError = SystemError("fcntl");
-    return false;
-  }
-  FMaster = std::move(master);
-  FSlaveKeeper = std::move(slave);
-  FSlavePath = name;
   FEngine.ResetInput();
   if (!FThread.Start(
           "IpgYlrPtySim", [this](TServiceThread& thread) { Serve(thread); }, FLastError)) {
@@ -71,15 +34,13 @@ bool TIpgYlrPtyServer::Start() {
 
 void TIpgYlrPtyServer::Stop() {
   FThread.Stop();
-  FMaster.Reset();
-  FSlaveKeeper.Reset();
-  FSlavePath.clear();
+  FTerminal.Close();
 }
 
 void TIpgYlrPtyServer::Serve(TServiceThread& thread) {
   std::string received;
   while (!thread.StopRequested()) {
-    pollfd fds[2] = {{thread.WakeFd(), POLLIN, 0}, {FMaster.Get(), POLLIN, 0}};
+    pollfd fds[2] = {{thread.WakeFd(), POLLIN, 0}, {FTerminal.MasterFd(), POLLIN, 0}};
     if (::poll(fds, 2, -1) < 0) {
       if (errno == EINTR) continue;
       return;
@@ -88,11 +49,11 @@ void TIpgYlrPtyServer::Serve(TServiceThread& thread) {
     if (fds[1].revents == 0) continue;
     received.clear();
     // The slave stays open on our side, so the master reports an end only when something is badly wrong.
-    const TReadResult result = ReadAvailable(FMaster.Get(), received);
+    const TReadResult result = ReadAvailable(FTerminal.MasterFd(), received);
     if (result == TReadResult::Closed) return;
     if (result == TReadResult::WouldBlock) continue;
     const std::string replies = FEngine.Feed(received);
-    if (!replies.empty() && !WriteAll(FMaster.Get(), replies, thread.WakeFd(), false)) return;
+    if (!replies.empty() && !WriteAll(FTerminal.MasterFd(), replies, thread.WakeFd(), false)) return;
   }
 }
 

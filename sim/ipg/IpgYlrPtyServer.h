@@ -9,12 +9,10 @@
 
 #include <string>
 
-#include "refhost/transport/UniqueFd.h"
+#include "refhost/transport/PseudoTerminal.h"
 #include "sim/common/ServiceThread.h"
 
 namespace lasersim {
-
-using refhost::TUniqueFd;
 
 class TIpgYlrEngine;
 
@@ -33,15 +31,13 @@ class TIpgYlrPtyServer {
   bool Running() const { return FThread.Running(); }
   const std::string& LastError() const { return FLastError; }
   // The device a driver opens, e.g. "/dev/pts/7"; empty when not running.
-  const std::string& SlavePath() const { return FSlavePath; }
+  const std::string& SlavePath() const { return FTerminal.SlavePath(); }
 
  private:
   void Serve(TServiceThread& thread);
 
   TIpgYlrEngine& FEngine;
-  TUniqueFd FMaster;
-  TUniqueFd FSlaveKeeper;
-  std::string FSlavePath;
+  refhost::TPseudoTerminal FTerminal;
   std::string FLastError;
   TServiceThread FThread;
 };

@@ -7,8 +7,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstring>
 
+#include "refhost/transport/Sockets.h"
 #include "sim/common/FdIo.h"
 #include "sim/ipg/IpgYlrEngine.h"
 
@@ -16,7 +16,7 @@ namespace lasersim {
 
 namespace {
 
-std::string SystemError(const std::string& what) { return what + ": " + std::strerror(errno); }
+std::string SystemError(const std::string& what) { return what + ": " + refhost::ErrnoText(errno); }
 
 }  // namespace
 
