@@ -7,7 +7,6 @@
 #include <chrono>
 #include <filesystem>
 #include <future>
-#include <iostream>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -17,14 +16,10 @@
 #include <vector>
 
 #include "core/LaserLifetime.h"
-#include "frame/LaserConfig.h"
 #include "frame/LaserStrs.h"
-#include "info/LaserInfo.h"
-#include "ipg/Ipg500Laser.h"
 #include "ipg/IpgYlr2Laser.h"
 #include "refhost/transport/PosixTransports.h"
 #include "refhost/transport/SerialPortMap.h"
-#include "registry/LaserFactory.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
@@ -71,6 +66,7 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
     FParams.LaserMainType = eltIPG;
     FParams.LaserSubType = 3;
     FParams.DefParams.DataTransType = dttNetTcp;
+    FParams.DefParams.Net.TcpPort = 8080;  // ignored: the laser always listens on 10001
     FParams.DefParams.Comm.IgnoreCommResult = false;
     FParams.DefParams.DiodeSetTimeOut = 500;
     FParams.DefParams.PWM.DiodeCurrent = 30;
@@ -244,10 +240,7 @@ TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
   auto start = PulseLength(kStart);
   auto power = PulseLength(kPower);
   ASSERT_TRUE(start && power);
-  std::cout << "[ measured ] remote-start pulse " << start->count() / 1000.0 << " ms, power-control pulse "
-            << power->count() / 1000.0 << " ms\n";
-  // Never shorter; later only by the machine's load (about 1 ms on an idle machine, printed above). The bound only
-  // catches a pulse that is not ended by its own timer.
+  // Never shorter; later only by the machine's load. The bound only catches a pulse not ended by its own timer.
   EXPECT_GE(*start, 3000ms);
   EXPECT_LT(*start, 3000ms + 1000ms);
   EXPECT_GE(*power, 1200ms);
@@ -272,9 +265,7 @@ TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseReturnsPromptlyAndLeave
   const size_t before = ThreadCount();
   MakeConnected().PowerOn();
   EXPECT_GT(ThreadCount(), before);
-  auto took = Timed([&] { FLaser.reset(); });
-  std::cout << "[ measured ] destroyed during the pulses in " << took.count() << " ms\n";
-  EXPECT_LT(took, 1000ms);  // the pulses would have lasted 3 s
+  EXPECT_LT(Timed([&] { FLaser.reset(); }), 1000ms);  // the pulses would have lasted 3 s
   EXPECT_TRUE(Eventually([&] { return ThreadCount() == before; })) << ThreadCount() << " vs " << before;
 }
 
@@ -282,7 +273,12 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
   ServeTcp("127.0.0.46");
   FParams.DefParams.ConnCheck.ConnCheckTimeIntv = 1;  // minutes: one warning in this test
   auto& laser = MakeConnected();
-  ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, 2));
+  // Three connections: the probe before connecting, the driver's own, and the first keep-alive probe. A probe that
+  // took the laser from the driver would make it reconnect within a poll period.
+  ASSERT_TRUE(Eventually([&] { return FServer.AcceptedConnections() >= 3; }));
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(FServer.AcceptedConnections(), 3u);
+  EXPECT_EQ(FServer.OpenConnections(), 1u);
 
   FServer.Stop();
   ASSERT_TRUE(FSink->WaitForText(SLaserConnectedFail.Text(), 5s));
@@ -293,12 +289,8 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
       {"SetAimingOn", Timed([&] { laser.SetAimingOn(true); })},
       {"SetDiodeCurrent", Timed([&] { laser.SetDiodeCurrent(60); })},
       {"GetDeviceDesc", Timed([&] { EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019"); })},
-      {"EmissionOff", Timed([&] { laser.EmissionOff(); })},
   };
-  for (auto& [name, took] : calls) {
-    std::cout << "[ measured ] " << name << " without the laser: " << took.count() << " ms\n";
-    EXPECT_LT(took, 1500ms) << name;
-  }
+  for (auto& [name, took] : calls) EXPECT_LT(took, 1500ms) << name;
   std::this_thread::sleep_for(300ms);  // several monitor periods without the laser
   EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
 
@@ -311,22 +303,6 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
   EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
   // The address kept answering the reachability probe, so the link counts as the same one: announced once.
   EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 1u);
-}
-
-TEST_F(IpgYlrLaserSimTest, KeepAliveProbesLeaveTheDriversConnectionAlone) {
-  ServeTcp("127.0.0.47");
-  auto& laser = MakeConnected();
-  // Three connections: the probe before connecting, the driver's own, and the first keep-alive probe, which
-  // follows the connection at once.
-  ASSERT_TRUE(Eventually([&] { return FServer.AcceptedConnections() >= 3; }));
-  // A probe that took the laser from the driver would make it reconnect within a poll period.
-  std::this_thread::sleep_for(500ms);
-  EXPECT_EQ(FServer.AcceptedConnections(), 3u);
-  EXPECT_EQ(FServer.OpenConnections(), 1u);
-  FEngine.Log().Clear();
-  laser.SetAimingOn(true);
-  EXPECT_THAT(CommandsUntil("ABN"), ElementsAre("ABN"));
-  EXPECT_EQ(FSink->Count(refhost::TRecordingSink::TextContains("TCP Connection Closed.")), 0u);
 }
 
 TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
@@ -350,42 +326,6 @@ TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
   });
   EXPECT_LT(took, 900ms);  // 20 rounds, while the link is held for a second: one wait for it would exceed this
   EXPECT_EQ(busy.get(), "YLRYLR-2019");
-}
-
-TEST_F(IpgYlrLaserSimTest, ConfiguredIpgYlrLaserIsBuiltByTheFactoryAndTalksToTheSimulator) {
-  ServeTcp("127.0.0.49");
-  ASSERT_TRUE(LoadLaserLibrary(&FApp));
-  TLaserConfig config;
-  config.SetModel("IPG");
-  config.GetIPGConfig().SetModel("YLR");
-  config.GetIPGConfig().SetUseTcp(true);
-  config.GetIPGConfig().SetTcpHost("127.0.0.49");
-  auto laser = CreateLaser(&config, FIO);
-  auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());  // a first-generation laser
-  ASSERT_NE(ylr, nullptr) << (laser ? laser->GetDeviceDesc() : "no laser");
-  ASSERT_TRUE(Eventually([&] { return ylr->Driver()->IsConnectedOk(); }, 10s));
-  FEngine.Log().Clear();
-  laser->EmissionOn();
-  laser->SetDiodeCurrent(40);
-  EXPECT_EQ(CommandsUntil("SDC 40"), (TCommands{"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON", "SDC 40"}));
-  FEngine.RaiseAlarms(ylr::kPulseTooShort);  // a warning of this generation
-  ASSERT_TRUE(Eventually([&] { return ylr->Driver()->GetLaserWarning() == ylr::kPulseTooShort; }));
-
-  auto info = CreateLaserInfoSource();
-  ASSERT_TRUE(info);
-  auto obj = FApp.CreateJsonObject();
-  info->ReadAllData(*obj);
-  EXPECT_EQ(obj->Get("LaserType")->AsString(), "IPG-YLR");
-  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), ylr::kEmission | ylr::kModulation);
-  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), 0);
-  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), ylr::kPulseTooShort);
-  EXPECT_DOUBLE_EQ(obj->Get("DiodeCurrent")->AsDouble(), 40.0);
-  EXPECT_TRUE(obj->Get("IsEmissionOn")->AsBoolean());
-
-  info.reset();
-  laser.reset();
-  UnloadLaserLibrary();
-  SetHost(&FApp);  // the fixture's host, until its tear-down
 }
 
 }  // namespace

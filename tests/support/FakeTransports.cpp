@@ -1,19 +1,9 @@
 #include "support/FakeTransports.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace testsupport {
-
-std::string TFakePeer::Setting(const std::string& key) const {
-  std::lock_guard lock(FMutex);
-  auto it = FSettings.find(key);
-  return it == FSettings.end() ? std::string() : it->second;
-}
-
-void TFakePeer::Configure(const std::string& key, std::string value) {
-  std::lock_guard lock(FMutex);
-  FSettings[key] = std::move(value);
-}
 
 // ---- link peer ---------------------------------------------------------------------------------------------------
 
@@ -31,15 +21,14 @@ void TFakeLinkPeer::Close() {
   FCond.notify_all();
 }
 
-void TFakeLinkPeer::ClearWrites() {
+bool TFakeLinkPeer::IsOpen() const {
   std::lock_guard lock(FMutex);
-  FWrites.clear();
+  return FOpen;
 }
 
-bool TFakeLinkPeer::WaitForWrites(const std::function<bool(const std::vector<std::string>&)>& pred,
-                                  std::chrono::milliseconds timeout) const {
-  std::unique_lock lock(FMutex);
-  return FCond.wait_for(lock, timeout, [&] { return pred(FWrites); });
+std::vector<std::string> TFakeLinkPeer::Writes() const {
+  std::lock_guard lock(FMutex);
+  return FWrites;
 }
 
 bool TFakeLinkPeer::Open() {
@@ -47,7 +36,6 @@ bool TFakeLinkPeer::Open() {
   if (!FOpen) {
     FOpen = true;
     FIncoming.clear();
-    ++FOpenCount;
   }
   return true;
 }
@@ -86,16 +74,9 @@ bool TFakeLinkPeer::WaitReadable(int32_t timeoutMs) {
 
 // ---- ping --------------------------------------------------------------------------------------------------------
 
-void TFakePingPeer::SetReachable(bool reachable) {
-  std::lock_guard lock(FMutex);
-  FReachable = reachable;
-}
-
 bool TFakePingPeer::FailLastAsyncPing() {
   std::lock_guard lock(FMutex);  // keeps the client alive while it queues
-  if (!FClient || FAsyncPings == 0) return false;
-  FClient->Post(nullptr);
-  return true;
+  return FClient && FClient->PostLastFailure();
 }
 
 TFakeIcmpClient::TFakeIcmpClient(std::shared_ptr<TFakePingPeer> peer) : FPeer(std::move(peer)) {
@@ -105,7 +86,7 @@ TFakeIcmpClient::TFakeIcmpClient(std::shared_ptr<TFakePingPeer> peer) : FPeer(st
       auto handler = std::move(FQueue.front());
       FQueue.pop_front();
       lock.unlock();
-      if (handler) handler();
+      handler();
       lock.lock();
     }
   });
@@ -118,52 +99,19 @@ TFakeIcmpClient::~TFakeIcmpClient() {
   if (FPeer->FClient == this) FPeer->FClient = nullptr;
 }
 
-bool TFakeIcmpClient::Ping(int32_t) {
-  std::lock_guard lock(FPeer->FMutex);
-  ++FPeer->FSyncPings;
-  return FPeer->FReachable;
-}
-
 void TFakeIcmpClient::PingAsync(int32_t, std::function<void()> onFailure) {
-  bool reachable;
-  {
-    std::lock_guard lock(FPeer->FMutex);
-    ++FPeer->FAsyncPings;
-    reachable = FPeer->FReachable;
-  }
-  {
-    std::lock_guard lock(FMutex);
-    FLastFailure = onFailure;
-  }
-  if (!reachable) Post(std::move(onFailure));
+  std::lock_guard lock(FMutex);
+  FLastFailure = std::move(onFailure);
 }
 
-void TFakeIcmpClient::Post(std::function<void()> handler) {
+bool TFakeIcmpClient::PostLastFailure() {
   {
     std::lock_guard lock(FMutex);
-    FQueue.push_back(handler ? std::move(handler) : FLastFailure);
+    if (!FLastFailure) return false;
+    FQueue.push_back(FLastFailure);
   }
   FCond.notify_all();
-}
-
-// ---- simulated laser ---------------------------------------------------------------------------------------------
-
-void TSimulatedYlr::Attach(TFakeLinkPeer& peer) {
-  peer.SetResponder([this](const std::string& written) { return Answer(written); });
-}
-
-void TSimulatedYlr::SetStatusReply(std::string reply) {
-  std::lock_guard lock(FMutex);
-  FStatusReply = std::move(reply);
-}
-
-std::string TSimulatedYlr::Answer(const std::string& written) {
-  {
-    std::lock_guard lock(FMutex);
-    if (!FStatusReply.empty() && written == "STA\r") return FStatusReply;
-  }
-  std::string reply = Engine.Feed(written);  // the laser takes a current also when it does not echo it
-  return EchoCurrent || written.rfind("SDC", 0) != 0 ? reply : std::string();
+  return true;
 }
 
 }  // namespace testsupport

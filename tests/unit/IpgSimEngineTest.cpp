@@ -4,7 +4,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "sim/ipg/IpgYlrEngine.h"
@@ -15,14 +14,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using TReplyMode = TIpgYlrEngine::TReplyMode;
-
-std::vector<std::string> SplitLines(const std::string& replies) {
-  EXPECT_TRUE(replies.empty() || replies.back() == '\r') << "reply not ended by CR: " << replies;
-  std::vector<std::string> lines;
-  std::istringstream in(replies);
-  for (std::string line; std::getline(in, line, '\r');) lines.push_back(line);
-  return lines;
-}
 
 std::string Ask(TIpgYlrEngine& engine, const std::string& command) { return engine.Feed(command + "\r"); }
 
@@ -46,82 +37,15 @@ TEST(IpgSimEngine, FramesCommandsByCarriageReturnAcrossAndWithinFeeds) {
   EXPECT_EQ(Ask(engine, "RCS"), "RCS: 40\r");
 }
 
-TEST(IpgSimEngine, SwitchesSetAndClearTheirStatusBitsAndAcknowledgeWithTheMnemonic) {
-  const std::vector<std::pair<std::pair<const char*, const char*>, uint32_t>> switches = {
-      {{"EMON", "EMOFF"}, ipgylr::kEmission},
-      {{"ABN", "ABF"}, ipgylr::kAimingBeam},
-      {{"EPM", "DPM"}, ipgylr::kPulseMode},
-      {{"EGM", "DGM"}, ipgylr::kGateMode},
-      {{"EMOD", "DMOD"}, ipgylr::kModulation},
-      {{"EEC", "DEC"}, ipgylr::kExternalControl},
-      {{"EEABC", "DEABC"}, ipgylr::kExternalAimControl},
-      {{"ELE", "DLE"}, ipgylr::kEmissionControl},
-  };
+TEST(IpgSimEngine, SetPointsAndReadersAnswerAndOutOfRangeValuesAreRefused) {
   TIpgYlrEngine engine;
-  for (const auto& [names, bit] : switches) {
-    const auto [on, off] = names;
-    EXPECT_EQ(Ask(engine, on), std::string(on) + "\r");
-    EXPECT_EQ(StatusFromReply(engine), bit) << on;
-    EXPECT_EQ(Ask(engine, off), std::string(off) + "\r");
-    EXPECT_EQ(StatusFromReply(engine), 0u) << off;
-  }
-
-  // Digital power select stays until the analogue input takes over.
-  EXPECT_EQ(Ask(engine, "SDS"), "SDS\r");
-  Ask(engine, "DEC");
-  EXPECT_EQ(engine.StatusWord(), ipgylr::kDigitalPowerSelect);
-  Ask(engine, "EEC");
-  EXPECT_EQ(engine.StatusWord(), ipgylr::kExternalControl);
-
-  // A switch takes no parameter; a refused one changes nothing.
-  EXPECT_EQ(Ask(engine, "EMON 1"), "ERR: Invalid parameter\r");
-  EXPECT_EQ(engine.StatusWord() & ipgylr::kEmission, 0u);
-}
-
-TEST(IpgSimEngine, SetPointsAreEchoedAndOutOfRangeValuesRefused) {
-  TIpgYlrEngine engine;
-  EXPECT_EQ(engine.Feed("SDC 100\rSDC 40.5\rSDC 100.01\rSDC -1\rSDC\rSDC 4O\rRCS\r"),
-            "SDC: 100\rSDC: 40.5\rERR: Out of range\rERR: Out of range\rERR: Missing parameter\r"
-            "ERR: Invalid parameter\rRCS: 40.5\r");
-  EXPECT_DOUBLE_EQ(engine.DiodeCurrent(), 40.5);
-  EXPECT_EQ(engine.Feed("SPRR 9999999\rSPRR 10000000\rSPRR 10.5\rRPRR\r"),
-            "SPRR: 9999999\rERR: Out of range\rERR: Invalid parameter\rRPRR: 9999999\r");
-  EXPECT_EQ(engine.Feed("SPW 0.5\rSPW 50.01\rRPW\r"), "SPW: 0.50\rERR: Out of range\rRPW: 0.50\r");
-  EXPECT_EQ(engine.Feed("SFWS 5.0\rSFWS 0.1\rRFWS\r"), "SFWS: 5.0\rERR: Out of range\rRFWS: 5.0\r");
-}
-
-TEST(IpgSimEngine, ReadersReportIdentityReadingsAndOutputPower) {
-  TIpgYlrEngine engine;
-  EXPECT_EQ(engine.Feed("RSN\rRFV\rRET\rRCT\rRNC\rRMEC\rROP\r"),
-            "RSN: 12345\rRFV: 1.2.3\rRET: 123.4\rRCT: 25.3\rRNC: 10.0\rRMEC: 0\rROP: Off\r");
-  engine.SetSerialNumber("987654");
-  engine.SetModuleErrorCode(7);
-  engine.SetTemperature(-3.26);
-  EXPECT_EQ(engine.Feed("RSN\rRMEC\rRCT\r"), "RSN: 987654\rRMEC: 7\rRCT: -3.3\r");
-
-  engine.Feed("SDC 5\rEMON\r");
-  EXPECT_EQ(Ask(engine, "ROP"), "ROP: Low\r");
+  EXPECT_EQ(engine.Feed("SDC 40.5\rSDC 100.01\rSDC\rSDC 4O\rRCS\r"),
+            "SDC: 40.5\rERR: Out of range\rERR: Missing parameter\rERR: Invalid parameter\rRCS: 40.5\r");
+  EXPECT_EQ(engine.Feed("SPRR 10.5\rSPW 0.5\rSPW 50.01\rRPW\r"),
+            "ERR: Invalid parameter\rSPW: 0.50\rERR: Out of range\rRPW: 0.50\r");
   engine.SetNominalPower(2000);
-  Ask(engine, "SDC 40");
-  EXPECT_EQ(Ask(engine, "ROP"), "ROP: 800\r");
-
-  EXPECT_EQ(Ask(engine, "RSN 1"), "ERR: Invalid parameter\r");
-  EXPECT_EQ(Ask(engine, "XYZ"), "ERR: Unknown command\r");
-}
-
-TEST(IpgSimEngine, OnlyStatusAndCurrentRepliesCarryTheTextsADriverSearchesFor) {
-  // A driver takes any line with "STA" for a status line and any with "RCS"/"SDC" for a current echo.
-  TIpgYlrEngine engine;
-  std::vector<std::string> commands = {"EMON", "EMOFF", "ABN",     "ABF",      "EPM",      "DPM",    "EGM",  "DGM",
-                                       "EMOD", "DMOD",  "EEC",     "DEC",      "EEABC",    "DEABC",  "ELE",  "DLE",
-                                       "SDS",  "RERR",  "RPRR",    "SPRR 100", "RPW",      "SPW 1",  "RFWS", "SFWS 1",
-                                       "RSN",  "RFV",   "ROP",     "RET",      "RCT",      "RNC",    "RMEC", "STAT",
-                                       "SDCX", "RCS 1", "SDC 500", "STA 1",    "EMON STA", "ABN SDC"};
-  commands.push_back(std::string(300, 'S') + "TA");  // too long: the error must not repeat it
-  for (const auto& command : commands)
-    for (const auto& line : SplitLines(Ask(engine, command)))
-      for (const char* text : {"STA", "RCS", "SDC"})
-        EXPECT_EQ(line.find(text), std::string::npos) << command << " -> " << line;
+  EXPECT_EQ(engine.Feed("ROP\rEMON\rROP\rEMON 1\rXYZ\r"),
+            "ROP: Off\rEMON\rROP: 810\rERR: Invalid parameter\rERR: Unknown command\r");
 }
 
 TEST(IpgSimEngine, AlarmsShowInTheStatusBlockEmissionAndAreClearedByReset) {
@@ -161,9 +85,11 @@ TEST(IpgSimEngine, SilentAndGarbageModesLogCommandsButNeitherAnswerNorExecuteThe
   EXPECT_EQ(engine.Feed("EMON\rSTA\r"), "");
 
   engine.SetReplyMode(TReplyMode::GarbageLines);
-  const auto lines = SplitLines(engine.Feed("ABN\rSTA\rRCS\r"));
-  ASSERT_EQ(lines.size(), 3u);
-  for (const auto& line : lines) {
+  const std::string junk = engine.Feed("ABN\rSTA\rRCS\r");
+  ASSERT_EQ(std::count(junk.begin(), junk.end(), '\r'), 3);
+  ASSERT_EQ(junk.back(), '\r');
+  std::istringstream in(junk);
+  for (std::string line; std::getline(in, line, '\r');) {
     EXPECT_FALSE(line.empty());
     for (char c : line) EXPECT_FALSE(c >= 'A' && c <= 'Z') << "junk must never look like a reply: " << line;
   }
@@ -179,33 +105,12 @@ TEST(IpgSimEngine, SilentAndGarbageModesLogCommandsButNeitherAnswerNorExecuteThe
   EXPECT_EQ(Ask(engine, "STA"), "STA: 0\r");
 }
 
-TEST(IpgSimEngine, TraceHookSeesEachCommandWithItsReply) {
-  TIpgYlrEngine engine;
-  std::vector<std::pair<std::string, std::string>> seen;
-  engine.SetTraceHook([&](const std::string& command, const std::string& reply) {
-    seen.emplace_back(command, reply);
-    engine.StatusWord();  // the hook may call back into the engine
-  });
-  engine.Feed("ABN\rFOO\r");
-  EXPECT_EQ(seen,
-            (std::vector<std::pair<std::string, std::string>>{{"ABN", "ABN\r"}, {"FOO", "ERR: Unknown command\r"}}));
-}
-
 TEST(IpgSimEngine, CommandLogWaitsForCommandsFromAnotherThreadAndKeepsTheLatest) {
   TIpgYlrEngine engine;
-  EXPECT_FALSE(engine.Log().WaitFor("EMON", 10ms));
   std::thread feeder([&] { engine.Feed("STA\rEMON\rSTA\r"); });
-  EXPECT_TRUE(engine.Log().WaitFor("EMON", 10s));
   EXPECT_TRUE(engine.Log().WaitFor("STA", 10s, 2));
   feeder.join();
   EXPECT_FALSE(engine.Log().WaitFor("STA", 10ms, 3));
-
-  TCommandLog log;  // a full log drops the oldest commands but counts all
-  for (size_t i = 0; i <= TCommandLog::kCapacity; ++i) log.Add(std::to_string(i));
-  EXPECT_EQ(log.Size(), TCommandLog::kCapacity);
-  EXPECT_EQ(log.Received(), TCommandLog::kCapacity + 1);
-  EXPECT_FALSE(log.Contains("0"));
-  EXPECT_EQ(log.Commands().back(), std::to_string(TCommandLog::kCapacity));
 }
 
 }  // namespace

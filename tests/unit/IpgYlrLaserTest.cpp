@@ -1,17 +1,20 @@
-// The IPG YLR laser classes against an in-memory link whose far end is the simulated laser's engine: alarm
-// reporting and registration, diode-current supervision, the QCW limit, the pulse-model switch, the cached-state
-// rules and the description.
+// The IPG YLR driver and lasers against an in-memory link whose far end is the simulated laser's engine: what a real
+// link cannot show (replies fed by hand, an unknown status, a laser that stops echoing currents, a failed keep-alive
+// ping, a host without a TCP client) and the settings that change behaviour.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "core/LaserLifetime.h"
+#include "frame/Format.h"
+#include "frame/LaserComm.h"
 #include "frame/LaserStrs.h"
-#include "ipg/Ipg500Laser.h"
+#include "ipg/IpgYlr2Driver.h"
 #include "ipg/IpgYlr2Laser.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrStatus.h"
@@ -22,25 +25,17 @@ namespace devlaser {
 namespace {
 
 using namespace std::chrono_literals;
+using refhost::TEntryKind;
+using refhost::TMessageEntry;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
+using TCommands = std::vector<std::string>;
 namespace ylr = lasersim::ipgylr;
 
 struct TRecordingReport : nchost::INcAlarmReport20 {
   std::map<int32_t, bool> Raised;
   void ReportAlarm(int32_t id, bool raised) override { Raised[id] = raised; }
-  std::vector<int32_t> RaisedIds() const {
-    std::vector<int32_t> ids;
-    for (auto [id, raised] : Raised)
-      if (raised) ids.push_back(id);
-    return ids;
-  }
-};
-
-struct TRecordingTable : nchost::INcAlarmTable20 {
-  std::vector<int32_t> Ids;
-  void RegisterAlarm(int32_t id, const nchost::TNcAlarmDef&) override { Ids.push_back(id); }
 };
 
 class TIpgYlrLaserTest : public testing::TLaserHostFixture {
@@ -48,7 +43,12 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
   void SetUp() override {
     TLaserHostFixture::SetUp();
     FApp.SetTransports(FTransports);
-    FLink.Attach(*FTransports->Tcp);
+    // The far end answers like the laser, unless the test garbled its status or it stopped echoing currents.
+    FTransports->Tcp->SetResponder([this](const std::string& written) {
+      std::string reply = FEngine.Feed(written);  // the laser takes a current also when it does not echo it
+      if (FGarbledStatus && written == "STA\r") return std::string("STA: x7\r");
+      return FEchoCurrent || written.rfind("SDC", 0) != 0 ? reply : std::string();
+    });
     FParams.Model = "YLR";
     FParams.LaserMainType = eltIPG;
     FParams.LaserSubType = 3;
@@ -63,113 +63,181 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
   }
   void TearDown() override {
     FLaser.reset();
+    FDriver.reset();
     TLaserHostFixture::TearDown();
   }
 
-  template <class T = TIPGYLR2Laser>
-  T& Make() {
+  TIPGYLR2Laser& Make() {
     FLaser.reset();
-    auto laser = MakeLaser<T>(FParams, FIO);
-    EXPECT_TRUE(laser);
-    auto& ref = *laser;
-    FLaser = std::move(laser);
-    return ref;
+    auto laser = MakeLaser<TIPGYLR2Laser>(FParams, FIO);
+    FLaser = laser;
+    return *laser;
+  }
+  // A driver alone, once its monitor has connected and had the first reply.
+  template <class TDriver = TIPGYLRDriver>
+  TDriver& MakeDriver(bool connected = true) {
+    FDriver.reset();
+    FDriver = std::make_unique<TDriver>(FParams);
+    EXPECT_TRUE(!connected || FSink->WaitForText(SLaserConnectedOk.Text(), 5s));
+    return static_cast<TDriver&>(*FDriver);
   }
 
   // Commands the laser received other than the monitor's status polls, since the last Clear().
-  std::vector<std::string> Commands() const {
-    std::vector<std::string> out;
+  TCommands Commands() const {
+    TCommands out;
     for (auto& c : FEngine.Log().Commands())
       if (c != "STA") out.push_back(c);
     return out;
   }
-  bool WaitForStatus(TIPGYLRLaserBase& laser, uint32_t status) {
-    return Eventually([&] { return laser.Driver()->GetDeviceStatus() == status; });
+  size_t Shown(const std::string& text) const {
+    return FSink->Count([&](const TMessageEntry& e) { return e.Kind == TEntryKind::Message && e.Text == text; });
   }
 
   std::shared_ptr<testsupport::TFakeTransportFactory> FTransports =
       std::make_shared<testsupport::TFakeTransportFactory>();
-  testsupport::TSimulatedYlr FLink;
-  lasersim::TIpgYlrEngine& FEngine = FLink.Engine;
+  lasersim::TIpgYlrEngine FEngine;
+  std::atomic<bool> FGarbledStatus{false}, FEchoCurrent{true};
   std::shared_ptr<TNcLaser> FLaser;
+  std::unique_ptr<TIPGYLRDriver> FDriver;
 };
+using IpgYlrDriverTest = TIpgYlrLaserTest;
 
-TEST_F(TIpgYlrLaserTest, ReportsEveryStatusBitAsItsAlarmIdAndNothingWhileTheStatusIsUnknown) {
-  FEngine.SetAlarmWord(ylr::kOverheat | ylr::kAveragePowerTooHigh);
-  auto& laser = Make();
-  ASSERT_TRUE(WaitForStatus(laser, ylr::kOverheat | ylr::kAveragePowerTooHigh));
-  TRecordingReport report;
-  EXPECT_TRUE(laser.UpdateAlarms(report));
-  EXPECT_THAT(report.RaisedIds(), ElementsAre(3, 33));
-  EXPECT_EQ(report.Raised.size(), 33u);  // 511 and all 32 bits, set or not
+TEST_F(IpgYlrDriverTest, MonitorKeepsTheLastGoodStatusThroughGarbageAndLogsErrorLines) {
+  FEngine.SetAlarmWord(ylr::kOverheat);
+  auto& d = MakeDriver();
+  EXPECT_TRUE(Eventually([&] { return d.GetDeviceStatus() == ylr::kOverheat; }));
 
-  FLink.SetStatusReply("STA: 4294967295\r");
-  ASSERT_TRUE(WaitForStatus(laser, 0xFFFFFFFF));
-  TRecordingReport unknown;
-  EXPECT_FALSE(laser.UpdateAlarms(unknown));
-  EXPECT_EQ(unknown.Raised.size(), 1u);
-  EXPECT_FALSE(unknown.Raised.at(kDiodeSetAlarmId));
+  FGarbledStatus = true;
+  d.AnalyzeResponse("ERR STA: 99\r");
+  ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, 10));
+  EXPECT_EQ(d.GetDeviceStatus(), ylr::kOverheat);
+  EXPECT_TRUE(FSink->Contains("IPGLaser: ERR STA: 99"));
+  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 1u);
 }
 
-TEST_F(TIpgYlrLaserTest, RegistersTheAlarmBitsOfItsDriverGenerationAndDescribesThem) {
-  auto& ylr2 = Make();
-  TRecordingTable table;
-  ylr2.RegisterAlarms(table);
-  EXPECT_THAT(table.Ids, ElementsAre(1, 511, 3, 5, 21, 26, 27, 31, 32));
-  EXPECT_EQ(ylr2.GetAlarmDesc(3), "YLR" + SLaserAlarm.Text() + SIPGOverheat.Text());
-  EXPECT_EQ(ylr2.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + "Unknow Error");  // bit 0 only warns here
-  EXPECT_EQ(ylr2.GetAlarmDesc(511), "YLR" + SLaserDiodeSetErr.Text());
-  EXPECT_EQ(ylr2.GetAlarmIDPrefix(), "IPGYLR2");
-  EXPECT_EQ(ylr2.GetDeviceDesc(), "YLRYLR-2019 SN: 12345");  // the serial number is asked over the link
+TEST_F(IpgYlrDriverTest, CommandsWithoutAReplyAreSentExactlyAndSwitchesAskForTheStatus) {
+  auto& d = MakeDriver();
+  const size_t before = FTransports->Tcp->Writes().size();
+  d.EnableExternalAimControl();
+  d.EnableExternalControl();
+  d.StopAimingBeam();
+  d.StartEmission();
+  d.SendCmd("");  // nothing at all
+  const auto all = FTransports->Tcp->Writes();
+  TCommands writes;
+  for (size_t i = before; i < all.size(); ++i)
+    if (all[i] != "STA\r") writes.push_back(all[i]);
+  EXPECT_EQ(writes, (TCommands{"EEABC\r", "EEC\r", "ABF\rSTA\r", "EMON\rSTA\r"}));
+}
 
-  auto& ylr1 = Make<TIPG500Laser>();
-  table.Ids.clear();
-  ylr1.RegisterAlarms(table);
-  EXPECT_THAT(table.Ids, ElementsAre(1, 511, 2, 3, 5, 7, 19, 21, 25, 26, 27, 31, 32, 33));
-  EXPECT_EQ(ylr1.GetAlarmDesc(2), "YLR" + SLaserAlarm.Text() + SIPGCommBUfferOverload.Text());
-  EXPECT_EQ(ylr1.Driver()->AlarmMask(), 0xE38A002Bu);
-  EXPECT_EQ(ylr1.Driver()->WarningMask(), 0x240u);
+TEST_F(IpgYlrDriverTest, DiodeCurrentIsValidatedAndConfirmedOnlyByItsEcho) {
+  const std::string failed = SSetDiodeParamsFaild.Text();
+  FEchoCurrent = false;
+  auto& d = MakeDriver();
+  d.SetDiodeCurrent(40.0);
+  EXPECT_EQ(Shown(Format(failed, 0.0, 40.0)), 1u);
+  EXPECT_GE(FEngine.Log().Count("SDC 40"), 2u);  // it kept trying while the time-out ran
+
+  // The laser takes whole percents: a fractional request is never confirmed.
+  FEchoCurrent = true;
+  d.SetDiodeCurrent(40.5);
+  EXPECT_DOUBLE_EQ(d.GetDiodeCurrent(), 41.0);
+  EXPECT_EQ(Shown(Format(failed, 41.0, 40.5)), 1u);
+
+  FEngine.Log().Clear();
+  d.SetDiodeCurrent(100.01);
+  d.SetDiodeCurrentAsynchronous(-1.0);
+  EXPECT_EQ(Shown(Format(SSetDiodeParamsInValid.Text(), -1.0)), 1u);
+  EXPECT_THAT(Commands(), IsEmpty());
+  d.SetDiodeCurrentAsynchronous(33.3);  // unacknowledged: sent five times
+  EXPECT_THAT(Commands(), ElementsAreArray(TCommands(5, "SDC 33")));
+}
+
+TEST_F(IpgYlrDriverTest, FailedKeepAlivePingRenewsTheConnectionAndDestroyingDuringOneIsSafe) {
+  auto& d = MakeDriver();
+  ASSERT_TRUE(Eventually([&] { return FTransports->Ping->FailLastAsyncPing(); }));
+  EXPECT_TRUE(FSink->WaitFor(
+      [](const TMessageEntry& e) { return e.Kind == TEntryKind::Log && e.Text == "TCP Connection Closed."; }, 5s));
+  EXPECT_TRUE(Eventually([&] { return Shown(SLaserConnectedOk.Text()) == 2u && d.IsConnectedOk(); }));
+
+  for (int i = 0; i < 5; ++i) {
+    FSink->Clear();
+    MakeDriver();
+    FTransports->Ping->FailLastAsyncPing();
+    FDriver.reset();  // joins the monitor and the ping client's thread before the transports go
+    FTransports->Tcp->Close();
+  }
+}
+
+TEST_F(IpgYlrDriverTest, HostWithoutTcpClientLeavesTheDriverQuiet) {
+  FTransports->OfferTcp = false;
+  auto& d = MakeDriver(false);
+  d.StartEmission();
+  d.SetDiodeCurrentAsynchronous(10);
+  EXPECT_FALSE(d.CheckConnection());
+  EXPECT_TRUE(FSink->Contains("the host offers no TCP client"));
+  EXPECT_TRUE(FTransports->Tcp->Writes().empty());
+}
+
+TEST_F(IpgYlrDriverTest, RepliesInPiecesAndTheAlarmMasksOfBothGenerations) {
+  FTransports->Tcp->SetResponder(nullptr);  // only what the test feeds arrives
+  auto& d = MakeDriver(false);
+  d.AnalyzeResponse("SDC: 45\rSTA: 6");
+  EXPECT_DOUBLE_EQ(d.GetDiodeCurrent(), 45.0);
+  d.AnalyzeResponse("4\r");  // bit 6: module disconnected
+  EXPECT_EQ(d.GetDeviceStatus(), 64u);
+  d.AnalyzeResponse(std::string(1001, '#'));
+  EXPECT_TRUE(FSink->Contains(SIPGCommCommunicationException.Text()));
+
+  EXPECT_FALSE(d.HasAlarm());  // no mask before the laser chooses a mode
+  d.SetAlarmMode(false);
+  EXPECT_FALSE(d.HasAlarm() || d.HasWarning());  // warnings count in QCW only
+  d.SetQCWMode(true);
+  EXPECT_TRUE(d.HasWarning());
+  d.SetAlarmMode(true);
+  EXPECT_TRUE(d.HasAlarm());
+  d.AnalyzeResponse("STA: 4294967295\r");  // unknown
+  EXPECT_FALSE(d.HasAlarm() || d.HasWarning() || d.GetStatusBit(1));
+
+  auto& second = MakeDriver<TIPGYLR2Driver>(false);
+  second.SetQCWMode(false);
+  second.AnalyzeResponse("STA: 1\r");  // bit 0: an alarm of the first generation, a warning here
+  EXPECT_FALSE(second.HasAlarm());
+  EXPECT_EQ(second.GetLaserWarning(), 1u);
+  second.SetQCWMode(true);
+  EXPECT_TRUE(second.HasAlarm());
 }
 
 TEST_F(TIpgYlrLaserTest, UnconfirmedSetsRaiseTheDiodeAlarmUnlessRepliesAreIgnored) {
   FParams.DefParams.DiodeSetAlarmEn = true;
   auto& laser = Make();
-  FLink.EchoCurrent = false;  // after the creation, whose own set of the default current must succeed
+  FEchoCurrent = false;  // after the creation, whose own set of the default current must succeed
   // The asynchronous set is supervised by UpdateAlarms: the alarm comes after its time-out.
   laser.SetDiodeCurrentWaitBusy(50);
   TRecordingReport report;
   laser.UpdateAlarms(report);
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));  // still within its time-out
-  EXPECT_TRUE(laser.DiodeSetPending());
   ASSERT_TRUE(Eventually([&] {
     laser.UpdateAlarms(report);
     return report.Raised.at(kDiodeSetAlarmId);
   }));
-  EXPECT_EQ(FEngine.Log().Count("SDC 50"), 5u);
 
   // The operator resets it; a set that the laser echoes clears the supervision.
   laser.ResetAlarm(kDiodeSetAlarmId);
-  laser.UpdateAlarms(report);
-  EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
-  FLink.EchoCurrent = true;
+  FEchoCurrent = true;
   laser.SetDiodeCurrentWaitBusy(45);
   ASSERT_TRUE(Eventually([&] { return laser.Driver()->GetDiodeCurrent() == 45.0; }));
   laser.UpdateAlarms(report);
   EXPECT_FALSE(laser.DiodeSetPending());
   EXPECT_FALSE(report.Raised.at(kDiodeSetAlarmId));
 
-  FLink.EchoCurrent = false;
-  laser.SetDiodeCurrent(70);  // a CW laser: the acknowledged set, given up after its time-out
+  FEchoCurrent = false;
+  laser.SetDiodeCurrent(70);  // the acknowledged set, given up after its time-out
   EXPECT_TRUE(laser.DiodeSetAlarm());
-  laser.UpdateAlarms(report);
-  EXPECT_TRUE(report.Raised.at(kDiodeSetAlarmId));
-
   FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
   auto& trusting = Make();
-  FEngine.Log().Clear();
   trusting.SetDiodeCurrent(70);
   EXPECT_FALSE(trusting.DiodeSetAlarm());
-  EXPECT_EQ(FEngine.Log().Count("SDC 70"), 5u);
 }
 
 TEST_F(TIpgYlrLaserTest, QcwLimitSuppressesAnAcknowledgedSetButClipsAnAsynchronousOne) {
@@ -184,43 +252,22 @@ TEST_F(TIpgYlrLaserTest, QcwLimitSuppressesAnAcknowledgedSetButClipsAnAsynchrono
 
   FEngine.Log().Clear();
   laser.SetDiodeCurrentWaitBusy(80);
-  EXPECT_THAT(Commands(), ElementsAreArray(std::vector<std::string>(5, "SDC 60")));
+  EXPECT_THAT(Commands(), ElementsAreArray(TCommands(5, "SDC 60")));
 }
 
-TEST_F(TIpgYlrLaserTest, PulseModelSwitchSendsItsSequenceAndLogsIt) {
-  struct TCase {
-    bool GateMode, Qcw;
-    std::vector<std::string> Commands;
-    const char* Log;
-  };
-  const std::vector<TCase> cases = {
-      {true, false, {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"}, "GateMode: TO CW"},
-      {true, true, {"DMOD", "EGM", "DLE", "EPM", "EMON"}, "GateMode: TO QCW"},
-      {false, true, {"EMOFF", "DMOD", "DGM", "EPM", "ELE"}, "InternalMode: TO QCW"},
-      {false, false, {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"}, "InternalMode: TO QCW"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.Log) + (c.Qcw ? " qcw" : " cw"));
-    FParams.CfgIPG.YLR.GateMode = c.GateMode;
-    FParams.CfgIPG.YLR.QCWMode = !c.Qcw;
-    auto& laser = Make();
-    FEngine.Log().Clear();
-    FSink->Clear();
-    EXPECT_EQ(laser.ExecuteCmd(c.Qcw ? 27 : 28, 0), 0);
-    EXPECT_EQ(Commands(), c.Commands);
-    EXPECT_EQ(laser.GetIsQCW(), c.Qcw);
-    EXPECT_TRUE(FSink->Contains(c.Log));
-  }
-}
-
-TEST_F(TIpgYlrLaserTest, NamedAndNumberedCommands) {
+TEST_F(TIpgYlrLaserTest, PulseModelSwitchSendsItsSequenceAndResetClearsTheAlarms) {
+  FParams.CfgIPG.YLR.GateMode = true;
   auto& laser = Make();
-  EXPECT_EQ(laser.ExecuteCmd(2101, 0), 10);
-  EXPECT_EQ(laser.ExecuteCmd(2102, 0), 100);
+  FEngine.Log().Clear();
+  EXPECT_EQ(laser.ExecuteCmd(27, 0), 0);  // to QCW
+  EXPECT_EQ(Commands(), (TCommands{"DMOD", "EGM", "DLE", "EPM", "EMON"}));
+  EXPECT_TRUE(laser.GetIsQCW());
+  EXPECT_TRUE(FSink->Contains("GateMode: TO QCW"));
+
   FEngine.RaiseAlarms(ylr::kOverheat);
   FEngine.Log().Clear();
   laser.ExecCmd("resetERRORS", 0);
-  laser.ExecCmd("Reset", 0);
+  laser.ExecCmd("Reset", 0);  // not a reset of the laser's errors
   EXPECT_THAT(Commands(), ElementsAre("RERR"));
   EXPECT_EQ(FEngine.AlarmWord(), 0u);
 }
@@ -228,20 +275,12 @@ TEST_F(TIpgYlrLaserTest, NamedAndNumberedCommands) {
 TEST_F(TIpgYlrLaserTest, StateQueriesFollowTheStatusWordUnlessCachedStatesAreTrusted) {
   auto& laser = Make();
   laser.EmissionOn();
-  laser.SetAimingOn(true);
-  ASSERT_TRUE(WaitForStatus(laser, FEngine.StatusWord()));
-  EXPECT_TRUE(laser.GetIsEmissionOn());
-  EXPECT_TRUE(laser.GetIsAimingOn());
-
+  ASSERT_TRUE(Eventually([&] { return laser.GetIsEmissionOn(); }));
   // The laser drops emission on a fault: the status says so, the commanded state does not.
   FEngine.RaiseAlarms(ylr::kOverheat);
   ASSERT_TRUE(Eventually([&] { return !laser.GetIsEmissionOn(); }));
   FApp.SetTrustCachedLaserStates(true);
   EXPECT_TRUE(laser.GetIsEmissionOn());
-  EXPECT_TRUE(laser.GetIsAimingOn());
-  FApp.SetTrustCachedLaserStates(false);
-  laser.SetAimingOn(false);
-  ASSERT_TRUE(Eventually([&] { return !laser.GetIsAimingOn(); }));
 }
 
 TEST_F(TIpgYlrLaserTest, WithoutALinkNothingIsSentAndStatesAreTheCommandedOnes) {
@@ -250,14 +289,10 @@ TEST_F(TIpgYlrLaserTest, WithoutALinkNothingIsSentAndStatesAreTheCommandedOnes) 
   auto& laser = Make();
   FEngine.Log().Clear();
   laser.EmissionOn();
-  laser.SetAimingOn(true);
   laser.SetDiodeCurrent(70);
-  laser.ExecCmd("ResetErrors", 0);
   EXPECT_THAT(Commands(), IsEmpty());
   EXPECT_TRUE(laser.GetIsEmissionOn());
-  EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 70.0);
   EXPECT_DOUBLE_EQ(FIO->State().DA[laser.GetCurrentDAPort()], 7.0);  // the DA output carries the current
-  EXPECT_EQ(laser.GetDeviceDesc(), "YLRYLR-2019");                   // no serial number without a link
 
   FParams.DefParams.DataTransType = dttNetUDP;  // a link the laser does not speak: no laser
   EXPECT_EQ(MakeLaser<TIPGYLR2Laser>(FParams, FIO), nullptr);
