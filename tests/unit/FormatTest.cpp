@@ -16,18 +16,12 @@ TEST(Format, NumbersUseAPointWhateverTheProcessLocale) {
   std::setlocale(LC_NUMERIC, saved.c_str());
 }
 
-TEST(Format, PrintfConversions) {
+TEST(Format, PrintfConversionsAndMissingOrMismatchedArgumentsNeverCrash) {
   EXPECT_EQ(Format("%.2f / %s", 39.999, "port 3"), "40.00 / port 3");
-  EXPECT_EQ(Format("%05d %02X", -42, 0xAB), "-0042 AB");
-  EXPECT_EQ(Format("100%%"), "100%");
+  EXPECT_EQ(Format("%05d %02X 100%%", -42, 0xAB), "-0042 AB 100%");
   EXPECT_EQ(Format("%d", -2147483648LL), "-2147483648");
-}
-
-TEST(Format, MissingOrMismatchedArgumentsNeverCrash) {
   EXPECT_EQ(Format("a %d b %s"), "a %d b %s");
-  EXPECT_EQ(Format("%d", 2.7), "2");
-  EXPECT_EQ(Format("%.1f", 3), "3.0");
-  EXPECT_EQ(Format("%s", 12), "12");
+  EXPECT_EQ(Format("%d %.1f %s", 2.7, 3, 12), "2 3.0 12");
   EXPECT_EQ(Format("trailing %"), "trailing %");
 }
 
