@@ -13,26 +13,15 @@ TEST(Format, NumbersUseAPointWhateverTheProcessLocale) {
   std::string saved = old ? old : "C";
   std::setlocale(LC_NUMERIC, "de_DE.UTF-8");
   EXPECT_EQ(Format("SFWS %.1f", 5.0), "SFWS 5.0");
-  EXPECT_EQ(Format("%.3f", 0.5), "0.500");
   std::setlocale(LC_NUMERIC, saved.c_str());
 }
 
-TEST(Format, PrintfConversions) {
-  EXPECT_EQ(Format("SDC %d", 40), "SDC 40");
-  EXPECT_EQ(Format("%.2f / %.2f", 39.999, -1.005), "40.00 / -1.00");
-  EXPECT_EQ(Format("%s, %s", "port 3", "True"), "port 3, True");
-  EXPECT_EQ(Format("%5d|%-5d|%05d", 42, 42, -42), "   42|42   |-0042");
-  EXPECT_EQ(Format("%02X %x", 0xAB, 255u), "AB ff");
-  EXPECT_EQ(Format("%g %g", 0.5, 1234567.0), "0.5 1.23457e+06");
-  EXPECT_EQ(Format("100%%"), "100%");
+TEST(Format, PrintfConversionsAndMissingOrMismatchedArgumentsNeverCrash) {
+  EXPECT_EQ(Format("%.2f / %s", 39.999, "port 3"), "40.00 / port 3");
+  EXPECT_EQ(Format("%05d %02X 100%%", -42, 0xAB), "-0042 AB 100%");
   EXPECT_EQ(Format("%d", -2147483648LL), "-2147483648");
-}
-
-TEST(Format, MissingOrMismatchedArgumentsNeverCrash) {
   EXPECT_EQ(Format("a %d b %s"), "a %d b %s");
-  EXPECT_EQ(Format("%d", 2.7), "2");
-  EXPECT_EQ(Format("%.1f", 3), "3.0");
-  EXPECT_EQ(Format("%s", 12), "12");
+  EXPECT_EQ(Format("%d %.1f %s", 2.7, 3, 12), "2 3.0 12");
   EXPECT_EQ(Format("trailing %"), "trailing %");
 }
 
