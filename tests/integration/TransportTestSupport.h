@@ -5,7 +5,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -30,8 +29,7 @@ class TLogRecorder {
       FLines.push_back(line);
     };
   }
-  // The lines that contain `text`; every line when it is empty.
-  size_t CountContaining(const std::string& text = {}) const {
+  size_t CountContaining(const std::string& text) const {
     std::lock_guard lock(FMutex);
     return static_cast<size_t>(std::count_if(
         FLines.begin(), FLines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
@@ -60,14 +58,11 @@ inline uint16_t LocalPort(int fd) {
 // A socket of `type` bound to `ip` and a free port.
 inline refhost::TUniqueFd BoundSocket(int type, const std::string& ip) {
   refhost::TUniqueFd fd(::socket(AF_INET, type | SOCK_CLOEXEC, 0));
-  const int on = 1;
-  ::setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   const sockaddr_in address = LoopbackAddress(ip, 0);
   if (::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fd.Reset();
   return fd;
 }
 
-// Waits until `fd` is readable; false after `timeoutMs`.
 inline bool Readable(int fd, int timeoutMs) {
   pollfd state{fd, POLLIN, 0};
   return ::poll(&state, 1, timeoutMs) > 0;
@@ -85,35 +80,32 @@ class TTcpListener {
     if (!Readable(FFd.Get(), timeoutMs)) return {};
     return refhost::TUniqueFd(::accept4(FFd.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   }
-  bool HasPendingConnection(int timeoutMs) const { return Readable(FFd.Get(), timeoutMs); }
+  int Fd() const { return FFd.Get(); }
 
  private:
   refhost::TUniqueFd FFd;
 };
 
 // A listener that never answers a connection attempt: its backlog is zero and one connection that is never
-// accepted fills it, so the kernel drops every further SYN and a client waits for its time-out. This gives a
-// silent host on loopback without touching any other network. The filler must be queued before the listener is
-// used, or a busy machine lets the client's connection in first.
+// accepted fills it, so the kernel drops every further SYN and a client waits for its time-out. The filler must be
+// queued before the listener is used, or a busy machine lets the client's connection in first.
 class TSilentListener {
  public:
   explicit TSilentListener(const std::string& ip) : FListener(ip, 0) {
-    FFiller.Reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in address = LoopbackAddress(ip, FListener.Port());
     ::connect(FFiller.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    FListener.HasPendingConnection(5000);
+    Readable(FListener.Fd(), 5000);
   }
   uint16_t Port() const { return FListener.Port(); }
 
  private:
   TTcpListener FListener;
-  refhost::TUniqueFd FFiller;
+  refhost::TUniqueFd FFiller{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
-// A port on `ip` where nothing listens: bound and closed again, so a connection attempt is refused.
-inline uint16_t ClosedPort(const std::string& ip) {
-  const refhost::TUniqueFd fd = BoundSocket(SOCK_STREAM, ip);
-  return LocalPort(fd.Get());
+// A port on `ip` where nothing listens: bound and closed again, so what is sent to it is refused.
+inline uint16_t ClosedPort(const std::string& ip, int type = SOCK_STREAM) {
+  return LocalPort(BoundSocket(type, ip).Get());
 }
 
 // Calls `poll` until it returns true or `timeoutMs` pass; returns its last result.

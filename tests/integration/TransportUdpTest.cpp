@@ -34,57 +34,26 @@ class TransportUdpTest : public ::testing::Test {
   TPosixUdpClient FClient;
 };
 
-TEST_F(TransportUdpTest, RoundTrip) {
-  EXPECT_FALSE(FClient.Active());
+TEST_F(TransportUdpTest, RoundTripKeepsBinaryBytesAndDatagramBoundaries) {
   ASSERT_TRUE(FClient.Open()) << FClient.LastError();
-  EXPECT_TRUE(FClient.Active());
-  EXPECT_NE(FClient.LocalPort(), 0);
-
   const std::string request("\xAA\x55\x01\x00\x55\xAA", 6);
   EXPECT_EQ(FClient.Send(request), 6);
-  EXPECT_EQ(AnswerOne("status"), request);
-  EXPECT_EQ(FClient.Receive(2000), "status");
-  // Each Receive gives one datagram.
-  EXPECT_EQ(FClient.Send("a"), 1);
-  EXPECT_EQ(AnswerOne("one"), "a");
+  EXPECT_EQ(AnswerOne("one"), request);
   EXPECT_EQ(FClient.Send("b"), 1);
   EXPECT_EQ(AnswerOne("two"), "b");
+  // Each Receive gives one datagram.
   EXPECT_EQ(FClient.Receive(2000), "one");
   EXPECT_EQ(FClient.Receive(2000), "two");
 }
 
-TEST_F(TransportUdpTest, ReceivesOnlyFromTheRemoteAddress) {
-  ASSERT_TRUE(FClient.Open());
-  const TUniqueFd stranger = BoundSocket(SOCK_DGRAM, kIp);
-  // The client's local address is the one the kernel chose for the route; try both likely ones.
-  for (const char* ip : {"127.0.0.1", "127.0.0.22"}) {
-    const sockaddr_in client = LoopbackAddress(ip, FClient.LocalPort());
-    ::sendto(stranger.Get(), "noise", 5, 0, reinterpret_cast<const sockaddr*>(&client), sizeof client);
-    ::sendto(FLaser.Get(), "real", 4, 0, reinterpret_cast<const sockaddr*>(&client), sizeof client);
-  }
-  EXPECT_EQ(FClient.Receive(2000), "real");
-  EXPECT_EQ(FClient.Receive(100), "");
-}
-
-TEST_F(TransportUdpTest, OpenRefusesABadPortAndAMissingListenerDoesNotEndTheSocket) {
-  FClient.SetRemotePort(0);
-  EXPECT_FALSE(FClient.Open());
-  EXPECT_NE(FClient.LastError().find("port 0"), std::string::npos) << FClient.LastError();
-  EXPECT_EQ(FClient.Send("x"), -1);
-
-  TUniqueFd gone = BoundSocket(SOCK_DGRAM, kIp);
-  FClient.SetRemotePort(LocalPort(gone.Get()));
-  gone.Reset();
+TEST_F(TransportUdpTest, AMissingListenerDoesNotEndTheSocket) {
+  FClient.SetRemotePort(ClosedPort(kIp, SOCK_DGRAM));
   ASSERT_TRUE(FClient.Open());
   // The first datagram finds no listener; the port-unreachable answer must not break later sends or waits.
   EXPECT_EQ(FClient.Send("ping"), 4);
   EXPECT_EQ(FClient.Receive(100), "");
   EXPECT_EQ(FClient.Send("ping"), 4);
   EXPECT_TRUE(FClient.Active());
-  FClient.Close();
-  EXPECT_FALSE(FClient.Active());
-  EXPECT_EQ(FClient.Send("x"), -1);
-  EXPECT_EQ(FClient.Receive(0), "");
 }
 
 }  // namespace

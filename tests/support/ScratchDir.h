@@ -11,9 +11,8 @@ namespace testsupport {
 
 class TScratchDir {
  public:
-  TScratchDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "devlaser-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) FPath = pattern;
+  TScratchDir() : FPath((std::filesystem::temp_directory_path() / "devlaser-test-XXXXXX").string()) {
+    if (::mkdtemp(FPath.data()) == nullptr) FPath.clear();
   }
   ~TScratchDir() {
     std::error_code ignored;
