@@ -13,7 +13,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
 
 class TLaserIOThreadTest : public testing::TLaserHostFixture {
@@ -70,24 +69,13 @@ TEST_F(TLaserIOThreadTest, AnAwaitedInputEndsItsStepWhenItArrives) {
   EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 8, True"));
 }
 
-TEST_F(TLaserIOThreadTest, AnInputTimeOutOutOfRangeWaitsTheLongestTime) {
-  FSequence->AddInport(3, true, -1);  // clamped to ten minutes, not skipped
-  FSequence->AddOutport(8, true);
-  ASSERT_TRUE(FSequence->Start());
-  EXPECT_FALSE(FFinished->AcquireFor(100ms));
-  EXPECT_TRUE(FSequence->Running());
-  FSequence->Stop();
-  EXPECT_THAT(WriteLines(), IsEmpty());
-  EXPECT_TRUE(FTerminated->TryAcquire());
-  EXPECT_FALSE(FFinished->TryAcquire());
-}
-
-TEST_F(TLaserIOThreadTest, TerminatingDuringALongDelayEndsPromptlyWithoutTheFinishSignal) {
+TEST_F(TLaserIOThreadTest, TerminatingDuringALongWaitEndsPromptlyWithoutTheFinishSignal) {
   FSequence->AddOutport(6, true);
-  FSequence->AddDelay(600000);
+  FSequence->AddInport(3, true, -1);  // a time-out out of range waits the longest time, it is not skipped
   FSequence->AddOutport(8, true);
   ASSERT_TRUE(FSequence->Start());
   ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == 6; }, 5s));
+  EXPECT_FALSE(FFinished->AcquireFor(100ms));
   auto stopStart = Clock::now();
   FSequence->Stop();
   EXPECT_LT(Clock::now() - stopStart, 5s);  // ten minutes would fail this, a busy machine would not
@@ -127,7 +115,7 @@ TEST_F(TLaserIOThreadTest, ManySequencesSignalTheirOwnersConcurrently) {
     EXPECT_TRUE(allDone->AcquireFor(10s));
     EXPECT_TRUE(allEnded->AcquireFor(10s));
   }
-  EXPECT_EQ(allDone->Count(), 0);
+  EXPECT_EQ(allDone->Count(), 0) << "signalled once each";
   EXPECT_EQ(WriteLines().size(), static_cast<size_t>(kCount));
 }
 
@@ -137,7 +125,6 @@ TEST(LaserSemaphore, CountsStayWithinTheirMaximum) {
   EXPECT_TRUE(signal.Release());
   EXPECT_FALSE(signal.Release());  // already set: stays set once
   EXPECT_TRUE(signal.TryAcquire());
-  EXPECT_FALSE(signal.TryAcquire());
   EXPECT_FALSE(signal.AcquireFor(1ms));
   std::thread releaser([&] { signal.Release(); });
   EXPECT_TRUE(signal.AcquireFor(10s));
