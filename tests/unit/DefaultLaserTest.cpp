@@ -96,19 +96,6 @@ TEST_F(TDefaultLaserTest, SwitchingOffDuringTheReadyDelayDoesNotCancelTheHandsha
   EXPECT_TRUE(FIO->GetOutputBit(kGatePort));
 }
 
-TEST_F(TDefaultLaserTest, FreeingTheLaserMidHandshakeStopsItPromptlyAndSwitchesOff) {
-  FParams.CfgOther.ShutterReadyDelay = 600000;
-  auto laser = Make();
-  laser->EmissionOn();
-  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == kReadyPort && w.Value; }, 5s));
-  EXPECT_TRUE(laser->SequenceRunning());
-  EXPECT_FALSE(laser->GetIsEmissionOn()) << "still in the ready delay";
-  auto start = Clock::now();
-  laser.reset();
-  EXPECT_LT(Clock::now() - start, 5s);
-  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 3, False", "SetOutputbit: 4, False"));
-}
-
 TEST_F(TDefaultLaserTest, ALaserShutDownWhileTheHostHoldsItOpensNoGate) {
   auto laser = Make();
   laser->Shutdown();
