@@ -1,8 +1,7 @@
 // The information sources of the host's status pages: which source each laser class gets, the keys each writes
-// and that the values come from the laser's state and its driver's cached words.
+// and that the values come from the laser's state.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -12,10 +11,8 @@
 #include "api/DevLaserApi.h"
 #include "info/LaserInfo.h"
 #include "ipg/Ipg500Laser.h"
-#include "ipg/IpgYlrDriver.h"
 #include "raycus/RaycusLasers.h"
 #include "refhost/JsonObject.h"
-#include "support/FakeTransports.h"
 #include "support/LaserHostFixture.h"
 
 namespace devlaser {
@@ -23,7 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using TConfigure = std::function<void(TLaserConfig&)>;
-using testing::SetKeys;
 
 const std::vector<std::string> kBaseKeys = {"Version",  "LaserType",  "DiodeCurrent", "PwmFreq",
                                             "PwmRatio", "IsAimingOn", "IsEmissionOn", "IsLaserOn"};
@@ -111,7 +107,7 @@ TEST_F(LaserInfoTest, EveryReadAsksTheLaserAfresh) {
             R"({"Version":"1.0.0","LaserType":"Default","DiodeCurrent":42.0,"PwmFreq":2000,"PwmRatio":0.25,)"
             R"("IsAimingOn":true,"IsEmissionOn":false,"IsLaserOn":true,"IsQCW":false})");
   laser->LaserOff();
-  EXPECT_FALSE(Read()->Get("IsLaserOn")->AsBoolean());
+  EXPECT_FALSE(Read()->Get("IsLaserOn")->AsBoolean()) << "every read asks the laser afresh";
 }
 
 TEST_F(LaserInfoTest, ASourceMadeForAnotherClassWritesOnlyItsAncestorsKeys) {
@@ -123,35 +119,6 @@ TEST_F(LaserInfoTest, ASourceMadeForAnotherClassWritesOnlyItsAncestorsKeys) {
   auto obj = Read(&wrong);
   EXPECT_EQ(TypeOf(obj), "Raycus");
   EXPECT_EQ(obj->Keys(), kFiberKeys);
-}
-
-TEST_F(LaserInfoTest, AnIpgYlrLaserShowsItsDriversStatusWords) {
-  auto transports = std::make_shared<testsupport::TFakeTransportFactory>();
-  FApp.SetTransports(transports);
-  std::atomic<uint32_t> status{0};
-  transports->Tcp->SetResponder([&status](const std::string& written) {
-    return written.find("STA") != std::string::npos ? "STA: " + std::to_string(status.load()) + "\r" : "";
-  });
-  auto laser = CreateModel("IPG", [](TLaserConfig& c) {
-    SetKeys(c.GetIPGConfig(), {{"Model", "YLR-1000"}, {"UseTcp", true}, {"TcpHost", "192.0.2.10"}});
-  });  // the host is reached only through the in-memory transports
-  auto* ylr = dynamic_cast<TIPG500Laser*>(laser.get());
-  ASSERT_NE(ylr, nullptr);
-  TIPGYLRDriver* driver = ylr->Driver();
-  ASSERT_NE(driver, nullptr);
-
-  // Every alarm and warning bit and one more state bit: none of the three words is zero.
-  status = driver->AlarmMask() | driver->WarningMask() | (1u << 12);
-  ASSERT_TRUE(Eventually([&] { return driver->GetDeviceStatus() == status; }, 10s)) << "the monitor never polled";
-  ASSERT_TRUE(driver->GetLaserAlarm() != 0 && driver->GetLaserWarning() != 0);
-
-  auto obj = Read();
-  EXPECT_EQ(obj->Keys(), kYlrKeys);
-  EXPECT_EQ(obj->Get("StateBit")->AsInteger(), driver->GetLaserState());
-  EXPECT_EQ(obj->Get("AlarmBit")->AsInteger(), driver->GetLaserAlarm());
-  EXPECT_EQ(obj->Get("WarningBit")->AsInteger(), driver->GetLaserWarning());
-  laser.reset();
-  DestroyLaser();  // stops the monitor before the transports go
 }
 
 TEST_F(LaserInfoTest, ASourceKeepsItsLaserReadableAfterTheLibraryDroppedIt) {
