@@ -165,12 +165,7 @@ TEST_F(FactoryTest, LinkSettingsReachTheParameters) {
   Create();
   EXPECT_EQ(std::tuple(def.Comm.CommPort, def.Comm.Baudrate), std::tuple(4, 115200));
 
-  FConfig.SetModel("IPG");  // hard-wired; unset ports keep their defaults
-  FConfig.GetIPGConfig().SetModel("YLS-2000");
-  SetKeys(FConfig.GetIPGConfig().YLS2000(), {{"EmissionStatusPort", 30}, {"PowerOnStrategy", 2}});
-  Create();
-  const auto& w = FParams.CfgIPG.YLS.Wire;
-  EXPECT_EQ(std::tuple(w.EmissionStatusPort, w.LaserOnPort, w.PowerOnStrategy), std::tuple(30, 6, 2));
+  // hard-wired
   SetKeys(FConfig, {{"Model", "Default"}, {"ShutterReady", 3}, {"ShutterReadyDelay", 250}});
   auto plain = std::dynamic_pointer_cast<TDefaultLaser>(Create());
   ASSERT_NE(plain, nullptr);

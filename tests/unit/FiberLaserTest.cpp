@@ -90,19 +90,13 @@ TEST_F(TFiberLaserTest, ALinkedLaserTakesTheValueAndTheDaOutputIsTheFallBack) {
   EXPECT_THAT(laser->Offered, IsEmpty());
 }
 
-TEST_F(TFiberLaserTest, AnalogControlAlwaysUsesTheDaOutput) {
+TEST_F(TFiberLaserTest, AnalogControlStartsOnTheDaOutputAtNoLessThan10AndSettingByDaWritesNothing) {
+  FParams.DefParams.PWM.DiodeCurrent = 5;
   FParams.DefParams.AnalogControl = true;
   auto laser = Make<TLinkedFiberLaser>();
-  laser->ForceDiodeCurrent(80);
-  EXPECT_DOUBLE_EQ(DAVolts(), 8.0);
-  EXPECT_THAT(laser->Offered, IsEmpty());
-}
-
-TEST_F(TFiberLaserTest, StartsAtTheConfiguredCurrentLimitedTo10To100AndSettingByDaWritesNothing) {
-  FParams.DefParams.PWM.DiodeCurrent = 5;
-  auto laser = Make();
   EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 10.0);
   EXPECT_DOUBLE_EQ(DAVolts(), 1.0);
+  EXPECT_THAT(laser->Offered, IsEmpty()) << "analog control never uses the link";
   FIO->ClearWrites();
   laser->SetDiodeCurrentByDA(33);  // the host drives the DA output itself: only the value is kept
   EXPECT_DOUBLE_EQ(laser->GetDiodeCurrent(), 33.0);

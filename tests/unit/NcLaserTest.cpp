@@ -102,7 +102,7 @@ TEST_F(TNcLaserTest, SwitchingCommandsReachTheOperations) {
   EXPECT_TRUE(laser->GetIsCmdLaserOn());
 }
 
-TEST_F(TNcLaserTest, AimingFollowsThePolarityOfItsOutput) {
+TEST_F(TNcLaserTest, AimingCommandsFollowThePolarityOfTheOutput) {
   FParams.DefParams.AimingPort = 5;
   for (bool lowActive : {true, false}) {
     FParams.DefParams.AimingLowActive = lowActive;
@@ -129,13 +129,6 @@ TEST_F(TNcLaserTest, StartsWithPwmDisabledAtTheConfiguredFrequencyAndRatio) {
   auto laser = Make();
   EXPECT_THAT(WriteLines(), ElementsAre("SetPwmEn: 1, False", "SetPwmFreq: 1, 2000.000", "SetPwmRatio: 1, 0.250"));
   EXPECT_FALSE(laser->GetIsCmdLaserOn());
-}
-
-TEST_F(TNcLaserTest, TakesTheFirstPwmChannelTheIoExtensionHas) {
-  refhost::TSimIOPorts ports = refhost::TSimIOPorts::Default();
-  ports.Pwm = refhost::TSimIOPorts::Range(3, 4);
-  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
-  EXPECT_EQ(Make()->PwmPort(), 3);
 }
 
 TEST_F(TNcLaserTest, WithoutIoASimulatedBoardIsCreatedOnceWhoeverAsksFirst) {

@@ -1,4 +1,4 @@
-// The model dictionary, the registry of laser classes and the conversion of the settings every laser shares.
+// The registry of laser classes and the conversion of the settings every laser shares.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,7 +7,6 @@
 #include <tuple>
 #include <vector>
 
-#include "frame/LaserError.h"
 #include "models/CO2Laser.h"
 #include "registry/LaserLib.h"
 #include "registry/LaserParamsInit.h"
@@ -20,27 +19,6 @@ namespace {
 using refhost::TEntryKind;
 using ::testing::ElementsAre;
 using testing::SetKeys;
-using ::testing::StrEq;
-using ::testing::ThrowsMessage;
-
-TEST(LaserTypeDicTest, AModelNamesTheFirstKeyThatContainsItAndAContainedKeyIsRefused) {
-  TLaserTypeDic dic;
-  dic.AddLaserType("Raycus", eltRay);
-  dic.AddLaserType("SPI", eltSPI);
-  dic.AddLaserType("IPG", eltIPG);
-
-  EXPECT_EQ(dic.LaserModelToLaserType("IPG"), eltIPG);
-  EXPECT_EQ(dic.LaserModelToLaserType("PI"), eltSPI);        // the model is looked for inside the keys
-  EXPECT_EQ(dic.LaserModelToLaserType("P"), eltSPI);         // several keys hold it: the first added wins
-  EXPECT_EQ(dic.LaserModelToLaserType("IPG-YLR"), eltNone);  // a longer model is not inside any key
-  EXPECT_EQ(dic.LaserModelToLaserType("ipg"), eltNone);      // case counts
-  EXPECT_EQ(dic.LaserModelToLaserType(""), eltNone);
-
-  // A key that an existing key already contains would be unreachable: refused.
-  EXPECT_THAT([&] { dic.AddLaserType("PI", eltOther); },
-              ThrowsMessage<ELaserError>(StrEq("LaserTypeDic AddLaserType duplicate Error")));
-  EXPECT_EQ(dic.Keys().size(), 3u);
-}
 
 class NcLaserLibTest : public testing::TLaserHostFixture {
  protected:
