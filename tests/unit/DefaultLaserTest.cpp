@@ -86,17 +86,6 @@ TEST_F(TDefaultLaserTest, WithoutAReadyPortTheGateOpensAtOnceAndWithoutAGateEmis
   EXPECT_TRUE(OutputLines().empty());
 }
 
-TEST_F(TDefaultLaserTest, SwitchingOffDuringTheReadyDelayDoesNotCancelTheHandshake) {
-  // The laser's own handshake completes; emission then reads on again.
-  FParams.CfgOther.ShutterReadyDelay = 400;  // well beyond the 100 ms that switching off waits
-  auto laser = Make();
-  laser->EmissionOn();
-  ASSERT_TRUE(FIO->WaitForWrite([](const refhost::TIOWrite& w) { return w.Port == kReadyPort; }, 5s));
-  laser->EmissionOff();
-  EXPECT_TRUE(EmissionComesOn(*laser));
-  EXPECT_TRUE(FIO->GetOutputBit(kGatePort));
-}
-
 TEST_F(TDefaultLaserTest, QueriesFromAnotherThreadWhileHandshakesRun) {
   auto laser = Make();
   std::jthread display([&](std::stop_token stop) {  // stopped and joined before the laser goes

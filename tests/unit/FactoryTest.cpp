@@ -161,9 +161,9 @@ TEST_F(FactoryTest, LinkSettingsReachTheParameters) {
             std::tuple("127.0.0.7", 10001, true));
 
   FConfig.SetModel("Raycus");  // serial
-  SetKeys(FConfig.GetRaycusConfig(), {{"Type", "SM-1500"}, {"CommPort", 4}, {"CommSettings", "115200,n,8,1"}});
+  SetKeys(FConfig.GetRaycusConfig(), {{"Type", "SM-1500"}, {"CommSettings", "115200,n,8,1"}});
   Create();
-  EXPECT_EQ(std::tuple(def.Comm.CommPort, def.Comm.Baudrate), std::tuple(4, 115200));
+  EXPECT_EQ(def.Comm.Baudrate, 115200);
 
   // hard-wired
   SetKeys(FConfig, {{"Model", "Default"}, {"ShutterReady", 3}, {"ShutterReadyDelay", 250}});
@@ -238,18 +238,7 @@ TEST_F(FactoryTest, ALaserSlaveOnTheBusDecidesTheClassWhateverIsConfigured) {
   EXPECT_EQ(Errors(), std::vector<std::string>{SUnkownLaserType.Text()});
 }
 
-// ---- IO, one laser at a time -----------------------------------------------------------------------
-
-TEST_F(FactoryTest, AnIOObjectWithoutTheExtensionInterfaceGivesASimulatedBoard) {
-  FConfig.SetModel("CO2");
-  FConfig.SetAimingPort(5);
-  auto laser = CreateLaser(&FConfig, std::make_shared<nchost::IInterface>());
-  ASSERT_NE(laser, nullptr);
-  auto comm = FSink->Find(refhost::TRecordingSink::TextContains("not Support uLaserSupportIntf.ICtrlExtIO"));
-  ASSERT_TRUE(comm.has_value());
-  EXPECT_EQ(comm->Type, nchost::msgtype::kCommLog);
-  EXPECT_TRUE(laser->GetIsAimingOn()) << "the simulated board reads every valid output as set";
-}
+// ---- one laser at a time -----------------------------------------------------------------------
 
 TEST_F(FactoryTest, ANewLaserFirstSwitchesOffAndDropsThePreviousOne) {
   FConfig.SetModel("Default");
