@@ -15,7 +15,6 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using Clock = std::chrono::steady_clock;
-using refhost::TIOOp;
 
 constexpr int32_t kReadyPort = 3;
 constexpr int32_t kGatePort = 4;
@@ -29,12 +28,6 @@ class TDefaultLaserTest : public testing::TLaserHostFixture {
     FParams.DefParams.CtrlPort = kGatePort;
   }
   std::shared_ptr<TDefaultLaser> Make() { return MakeLaser<TDefaultLaser>(FParams, FIO); }
-  // The output switchings, in order.
-  std::vector<std::string> OutputLines() const {
-    std::vector<std::string> out;
-    for (const auto& w : WritesOf(TIOOp::SetOutputbit)) out.push_back(w.Line());
-    return out;
-  }
   bool EmissionComesOn(TDefaultLaser& laser) {
     return Eventually([&] { return laser.GetIsEmissionOn(); });
   }
@@ -55,13 +48,13 @@ TEST_F(TDefaultLaserTest, EmissionIsOnOnlyOnceTheHandshakeHasFinishedAndOffSwitc
     ASSERT_TRUE(EmissionComesOn(*laser));
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(delay));
     EXPECT_FALSE(laser->SequenceRunning());
-    EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
-    auto writes = WritesOf(TIOOp::SetOutputbit);
+    EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 3, True", "SetOutputbit: 4, True"));
+    auto writes = FIO->Writes();
     EXPECT_GE(writes[1].Time - writes[0].Time, std::chrono::milliseconds(delay));
     EXPECT_TRUE(laser->GetIsEmissionOn()) << "a query puts the signal back: asking twice answers the same";
     FIO->ClearWrites();
     laser->EmissionOff();
-    EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 3, False", "SetOutputbit: 4, False"));
+    EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 3, False", "SetOutputbit: 4, False"));
     EXPECT_FALSE(laser->GetIsEmissionOn());
   }
 }
@@ -72,7 +65,7 @@ TEST_F(TDefaultLaserTest, WithoutAReadyPortTheGateOpensAtOnceAndWithoutAGateEmis
   FIO->ClearWrites();
   laser->EmissionOn();
   ASSERT_TRUE(EmissionComesOn(*laser));
-  EXPECT_THAT(OutputLines(), ElementsAre("SetOutputbit: 4, True"));
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 4, True"));
   FIO->SetOutputbit(kGatePort, false);  // the gate output dropped: emission reads off
   EXPECT_FALSE(laser->GetIsEmissionOn());
 
@@ -83,7 +76,7 @@ TEST_F(TDefaultLaserTest, WithoutAReadyPortTheGateOpensAtOnceAndWithoutAGateEmis
   EXPECT_TRUE(laser->GetIsEmissionOn());
   laser->EmissionOff();
   EXPECT_FALSE(laser->GetIsEmissionOn());
-  EXPECT_TRUE(OutputLines().empty());
+  EXPECT_TRUE(WriteLines().empty());
 }
 
 TEST_F(TDefaultLaserTest, QueriesFromAnotherThreadWhileHandshakesRun) {

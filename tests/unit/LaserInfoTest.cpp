@@ -33,13 +33,10 @@ class LaserInfoTest : public testing::TLaserHostFixture {
   void SetUp() override { ASSERT_TRUE(LoadLaserLibrary(&FApp)); }
   void TearDown() override { UnloadLaserLibrary(); }
 
-  // What the current laser's source writes.
-  std::shared_ptr<nchost::ISuperObject> Read() {
-    auto source = CreateLaserInfoSource();
+  // What a source writes, by default the current laser's.
+  static std::shared_ptr<nchost::ISuperObject> Read(
+      std::shared_ptr<nchost::TVkInfoSource> source = CreateLaserInfoSource()) {
     EXPECT_NE(source, nullptr);
-    return Read(source.get());
-  }
-  static std::shared_ptr<nchost::ISuperObject> Read(nchost::TVkInfoSource* source) {
     auto obj = refhost::CreateJsonObject();
     if (source != nullptr) source->ReadAllData(*obj);
     return obj;
@@ -107,7 +104,7 @@ TEST_F(LaserInfoTest, ASourceKeepsItsLaserReadableAfterTheLibraryDroppedIt) {
   DestroyLaser();
 
   ASSERT_FALSE(weak.expired()) << "the source holds the laser";
-  auto obj = Read(source.get());
+  auto obj = Read(source);
   EXPECT_EQ(TypeOf(obj), "Default");
   EXPECT_FALSE(obj->Get("IsEmissionOn")->AsBoolean()) << "every read asks the laser: the dropped one was switched off";
   source.reset();

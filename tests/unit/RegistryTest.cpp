@@ -20,14 +20,19 @@ using refhost::TEntryKind;
 using ::testing::ElementsAre;
 using testing::SetKeys;
 
-class NcLaserLibTest : public testing::TLaserHostFixture {
+// The built-in classes registered, as a loaded library has them.
+class RegistryTest : public testing::TLaserHostFixture {
  protected:
-  TLaserTypeDic FDic;
+  void SetUp() override {
+    TLaserHostFixture::SetUp();
+    RegisterBuiltInLasers(FLib, FInit.Types());
+  }
+  TLaserParamsInit FInit;
   TNcLaserLib FLib;
+  TLaserConfig FConfig;
 };
 
-TEST_F(NcLaserLibTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) {
-  RegisterBuiltInLasers(FLib, FDic);
+TEST_F(RegistryTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) {
   const size_t before = FLib.Entries().size();
 
   FLib.RegisterLaser(eltIPG, {4}, LaserClassOf<TCO2Laser>("TCO2Laser"));
@@ -39,18 +44,7 @@ TEST_F(NcLaserLibTest, ASubTypeAlreadyServedRefusesTheRegistrationWithALogLine) 
   EXPECT_THAT(FSink->Texts(TEntryKind::Log), ElementsAre(refused, refused));
 }
 
-class LaserParamsInitTest : public testing::TLaserHostFixture {
- protected:
-  void SetUp() override {
-    TLaserHostFixture::SetUp();
-    TNcLaserLib lib;
-    RegisterBuiltInLasers(lib, FInit.Types());
-  }
-  TLaserParamsInit FInit;
-  TLaserConfig FConfig;
-};
-
-TEST_F(LaserParamsInitTest, TheSharedSettingsComeFromTheRootAndItsOutputNodes) {
+TEST_F(RegistryTest, TheSharedSettingsComeFromTheRootAndItsOutputNodes) {
   // One key of the root and of each output node: a node that stops being read loses all of its keys.
   SetKeys(FConfig, {{"Model", "LPing"}, {"AimingPort", 9}, {"DiodeSetTimeOut", 2500}, {"HardWireMutexEmAndAB", true}});
   SetKeys(FConfig.Pwm(), {{"EnablePort2", 12}, {"Ratio", 0.75}});
