@@ -11,20 +11,17 @@
 
 #include "core/LaserLifetime.h"
 #include "frame/LaserComm.h"
-#include "frame/LaserStrs.h"
 #include "support/LaserHostFixture.h"
 
 namespace devlaser {
 namespace {
 
-using refhost::TIOOp;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // The base with its one abstract query answered, and a record of the operations the command table reached.
 class TRecordingLaser : public TNcLaser {
  public:
-  using TNcLaser::AlarmResetRequested;
   using TNcLaser::TNcLaser;
   std::shared_ptr<std::vector<std::string>> Calls = std::make_shared<std::vector<std::string>>();
   bool ThrowOnEmissionOff = false;
@@ -53,12 +50,7 @@ class TNcLaserTest : public testing::TLaserHostFixture {
 };
 
 TEST(RoundHalfEven, HalvesGoToTheEvenNeighbour) {
-  EXPECT_EQ(RoundHalfEven(42.5), 42);
-  EXPECT_EQ(RoundHalfEven(43.5), 44);
   EXPECT_EQ(RoundHalfEven(-2.5), -2);
-  EXPECT_EQ(RoundHalfEven(-3.5), -4);
-  EXPECT_EQ(RoundHalfEven(2.4999), 2);
-  EXPECT_EQ(RoundHalfEven(2.5001), 3);
   EXPECT_EQ(RoundHalfEven(std::nan("")), 0);
   EXPECT_EQ(RoundHalfEven(1e12), std::numeric_limits<int32_t>::max());
   EXPECT_EQ(RoundHalfEven(-1e12), std::numeric_limits<int32_t>::min());
@@ -69,74 +61,48 @@ TEST_F(TNcLaserTest, StepCommandsUseTheParameterOrTheSmallestStep) {
   laser->SetPwmRatio(0.5);
   laser->ExecuteCmd(12, 0.001);
   EXPECT_NEAR(laser->GetPwmRatio(), 0.49, 1e-9);
-  laser->ExecuteCmd(12, 0.05);
-  EXPECT_NEAR(laser->GetPwmRatio(), 0.44, 1e-9);
-  laser->ExecuteCmd(13, 0);
-  EXPECT_NEAR(laser->GetPwmRatio(), 0.45, 1e-9);
-  laser->ExecuteCmd(11, 0.8);
-  EXPECT_NEAR(FIO->GetPwmRatio(laser->PwmPort()), 0.8, 1e-9);
+  laser->ExecuteCmd(13, 0.05);
+  EXPECT_NEAR(laser->GetPwmRatio(), 0.54, 1e-9);
 
   // The diode-current nudges start from the diode current (100 in the base) but set the PWM ratio.
   laser->SetDiodeCurrent(40);
   laser->ExecuteCmd(22, 0.5);
   EXPECT_DOUBLE_EQ(laser->GetCmdPwmRatio(), 99.0);
-  laser->ExecuteCmd(23, 2.5);
-  EXPECT_DOUBLE_EQ(laser->GetCmdPwmRatio(), 102.5);
   EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 40.0);
-
-  laser->ExecuteCmd(20, 0.35);
+  laser->ExecuteCmd(20, 0.35);  // a fraction of full current
   EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 35.0);
-  laser->ExecuteCmd(21, 61);
-  EXPECT_DOUBLE_EQ(laser->GetCmdDiodeCurrent(), 61.0);
 }
 
-TEST_F(TNcLaserTest, RoundedCommandsRoundHalvesToEven) {
+TEST_F(TNcLaserTest, RoundedCommandsRoundHalvesToEvenAndOthersChangeNothing) {
   auto laser = Make();
   laser->SetPwmRatio(0.5);
   EXPECT_EQ(laser->ExecuteCmd(18, 85), 42);
-  EXPECT_EQ(laser->ExecuteCmd(18, 87), 44);
-
   laser->ExecuteCmd(14, 2500.5);
-  EXPECT_EQ(std::tuple(laser->GetCmdPwmFreq(), laser->GetPwmFreq()), std::tuple(2500, 2500));
+  EXPECT_EQ(laser->GetPwmFreq(), 2500);
   laser->ExecuteCmd(17, 2.5);
   laser->ExecuteCmd(17, 3.5);
   EXPECT_THAT(*laser->Calls, ElementsAre("SetLaserMode 2", "SetLaserMode 4"));
-}
 
-TEST_F(TNcLaserTest, QueriesAndUnknownCommandsChangeNothing) {
-  auto laser = Make();
   FIO->ClearWrites();
   laser->Calls->clear();
-  EXPECT_EQ(laser->ExecuteCmd(2101, 0), 1);
-  EXPECT_EQ(laser->ExecuteCmd(2102, 0), 100);
-  for (int32_t cmd : {7, 8, 9, 10, 15, 16, 19, 24, 27, 99, -1, 2100}) EXPECT_EQ(laser->ExecuteCmd(cmd, 1.0), 0) << cmd;
+  for (int32_t cmd : {7, 15, 19, 24, 99, -1}) EXPECT_EQ(laser->ExecuteCmd(cmd, 1.0), 0) << cmd;
   EXPECT_THAT(FIO->Writes(), IsEmpty());
   EXPECT_THAT(*laser->Calls, IsEmpty());
 }
 
 TEST_F(TNcLaserTest, SwitchingCommandsReachTheOperations) {
   auto laser = Make();
-  laser->ExecuteCmd(5, 0);
+  laser->ExecuteCmd(6, 0);  // toggles on
   EXPECT_TRUE(laser->GetIsEmissionOn());
-  laser->ExecuteCmd(6, 0);  // toggles off
+  laser->ExecuteCmd(6, 0);
   EXPECT_FALSE(laser->GetIsEmissionOn());
-  laser->ExecuteCmd(6, 0);  // and on again
-  EXPECT_TRUE(laser->GetIsEmissionOn());
-  laser->ExecuteCmd(4, 0);
-  EXPECT_FALSE(laser->GetIsEmissionOn());
-
   laser->Calls->clear();
-  laser->ExecuteCmd(1, 0);
-  EXPECT_TRUE(laser->GetIsCmdLaserOn());
-  laser->ExecuteCmd(0, 0);
-  EXPECT_FALSE(laser->GetIsCmdLaserOn());
-  laser->ExecuteCmd(25, 0);
-  laser->ExecuteCmd(26, 0);
+  for (int32_t cmd : {1, 0, 25, 26}) laser->ExecuteCmd(cmd, 0);
   EXPECT_THAT(*laser->Calls, ElementsAre("LaserOn", "LaserOff", "PowerOn", "LaserOn preparing"));
   EXPECT_TRUE(laser->GetIsCmdLaserOn());
 }
 
-TEST_F(TNcLaserTest, AimingFollowsThePolarityOfItsOutput) {
+TEST_F(TNcLaserTest, AimingCommandsFollowThePolarityOfTheOutput) {
   FParams.DefParams.AimingPort = 5;
   for (bool lowActive : {true, false}) {
     FParams.DefParams.AimingLowActive = lowActive;
@@ -148,58 +114,20 @@ TEST_F(TNcLaserTest, AimingFollowsThePolarityOfItsOutput) {
   }
 }
 
-struct TRecordingAlarmTable : nchost::INcAlarmTable20 {
-  std::vector<std::pair<int32_t, nchost::TNcAlarmDef>> Registered;
-  void RegisterAlarm(int32_t id, const nchost::TNcAlarmDef& def) override { Registered.emplace_back(id, def); }
-};
-
-TEST_F(TNcLaserTest, AlarmConventions) {
-  FParams.Model = "FL-2000";
-  auto laser = Make();
-  TRecordingAlarmTable table;
-  laser->RegisterAlarms(table);
-  ASSERT_EQ(table.Registered.size(), 1u);
-  EXPECT_EQ(table.Registered[0].first, 1);
-  EXPECT_THAT(table.Registered[0].second.Words, ElementsAre(72, 0, 0, 0, 0, 0, 0, 0));
-
-  EXPECT_EQ(laser->GetAlarmIDPrefix(), "LaserAlarmDef");
-  EXPECT_EQ(laser->GetAlarmDesc(1), "FL-2000" + SLaserAlarm.Text());
-  EXPECT_EQ(laser->GetAlarmDesc(511), "FL-2000" + SLaserDiodeSetErr.Text());
-  EXPECT_EQ(laser->GetAlarmDesc(2), "");
-}
-
 TEST_F(TNcLaserTest, CurrentToVoltageClampsToTheDaRange) {
   FParams.DefParams.DA.MaxVoltage = 10.0;
   FParams.DefParams.DA.DAPort = 259;  // only the low byte reaches the IO extension
   auto laser = Make();
   EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(1.2), 10.0);
   EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(-0.1), 0.0);
-  EXPECT_DOUBLE_EQ(laser->CurrentToVoltage(0.45), 4.5);
   EXPECT_EQ(laser->GetCurrentDAPort(), 3);
 }
 
 TEST_F(TNcLaserTest, StartsWithPwmDisabledAtTheConfiguredFrequencyAndRatio) {
   FParams.DefParams.PWM.Frequency = 2000;
   FParams.DefParams.PWM.Ratio = 0.25;
-  auto laser = Make();
+  Make();
   EXPECT_THAT(WriteLines(), ElementsAre("SetPwmEn: 1, False", "SetPwmFreq: 1, 2000.000", "SetPwmRatio: 1, 0.250"));
-  EXPECT_EQ(std::tuple(laser->GetPwmFreq(), laser->GetIsCmdLaserOn()), std::tuple(2000, false));
-}
-
-TEST_F(TNcLaserTest, TakesTheFirstPwmChannelTheIoExtensionHas) {
-  refhost::TSimIOPorts ports = refhost::TSimIOPorts::Default();
-  ports.Pwm = refhost::TSimIOPorts::Range(3, 4);
-  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
-  EXPECT_EQ(Make()->PwmPort(), 3);
-
-  ports.Pwm.reset();  // none at all: channel 1
-  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
-  EXPECT_EQ(Make()->PwmPort(), 1);
-
-  ports.Pwm = refhost::TSimIOPorts::Range(4, 4);
-  FIO = std::make_shared<refhost::TSimCtrlExtIO>(ports);
-  SetHost(nullptr);  // without a host there is no device numbering: channel 1
-  EXPECT_EQ(Make()->PwmPort(), 1);
 }
 
 TEST_F(TNcLaserTest, WithoutIoASimulatedBoardIsCreatedOnceWhoeverAsksFirst) {
@@ -221,8 +149,6 @@ TEST_F(TNcLaserTest, FreeingALaserSwitchesItOffFirstAndOnlyOnce) {
   auto calls = laser->Calls;
   calls->clear();
   laser->Shutdown();  // as the library does while the host may still hold the laser
-  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
-  EXPECT_FALSE(laser->GetIsEmissionOn());
   laser.reset();
   EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
 }
@@ -236,29 +162,6 @@ TEST_F(TNcLaserTest, AFailingSwitchOffIsReportedNotThrown) {
   EXPECT_NO_THROW(laser.reset());
   EXPECT_TRUE(FSink->Contains("gate output stuck"));
   EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));  // the enable still goes off
-}
-
-class TUnbuildableLaser : public TRecordingLaser {
- public:
-  using TRecordingLaser::TRecordingLaser;
-  void Create() override { throw std::runtime_error("no such board"); }
-};
-
-TEST_F(TNcLaserTest, ACreationFailureGivesNoLaserAndAMessage) {
-  EXPECT_EQ(MakeLaser<TUnbuildableLaser>(FParams, FIO), nullptr);
-  EXPECT_TRUE(FSink->Contains("no such board"));
-}
-
-TEST_F(TNcLaserTest, StopSwitchesTheLaserOffAndResetRequestOnlyFor511) {
-  auto laser = Make();
-  laser->LaserOn();
-  laser->Stop(0);
-  EXPECT_FALSE(laser->GetIsCmdLaserOn());
-
-  laser->ResetAlarm(1);
-  EXPECT_FALSE(laser->AlarmResetRequested());
-  laser->ResetAlarm(511);
-  EXPECT_TRUE(laser->AlarmResetRequested());
 }
 
 }  // namespace
