@@ -151,10 +151,10 @@ TEST_F(LaserStrsTest, ReadingWhileTheLocaleIsReloadedIsSafe) {
             ++reads;
           }
       });
+    while (reads.load() == 0) std::this_thread::yield();  // reload only while someone reads
     for (int round = 0; round < 200; ++round) round % 2 == 0 ? FApp.SetLocale(english) : ResetMessages();
   }  // the readers are stopped and joined here
   EXPECT_EQ(unexpected.load(), 0);
-  EXPECT_GT(reads.load(), 0);
 }
 
 }  // namespace
