@@ -7,6 +7,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,8 @@ class TIpgYlrLaserTest : public testing::TLaserHostFixture {
   TIPGYLR2Laser& Make() {
     FLaser.reset();
     auto laser = MakeLaser<TIPGYLR2Laser>(FParams, FIO);
+    // Fails this test (GoogleTest reports the exception) rather than crashing the whole run.
+    if (!laser) throw std::runtime_error("the YLR2 laser could not be built");
     FLaser = laser;
     return *laser;
   }
