@@ -14,6 +14,7 @@ TLaserSimulator::TLaserSimulator() = default;
 TLaserSimulator::~TLaserSimulator() { Stop(); }
 
 void TLaserSimulator::SetTrace(TTrace trace) {
+  FRaycusTrace = trace;
   if (!trace) {
     FEngine.SetTraceHook({});
     return;
@@ -28,6 +29,13 @@ void TLaserSimulator::SetTrace(TTrace trace) {
 bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
   if (!target.HasSimulator) {
     error = "there is no simulator for " + target.Family + " over " + SimLinkName(target.Link) + " yet";
+    return false;
+  }
+  if (target.Family == kRaycusFamily) {
+    FRaycus = std::make_unique<TRaycusSimulator>();
+    FRaycus->SetTrace(FRaycusTrace);
+    if (FRaycus->Start(error)) return true;
+    FRaycus.reset();
     return false;
   }
   if (target.Link == TSimLink::Serial) {
@@ -59,10 +67,12 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
 void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
+  if (FRaycus) FRaycus->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
+  if (FRaycus) return FRaycus->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;
 }
 

@@ -1,5 +1,7 @@
 #include "SimTarget.h"
 
+#include "RaycusSim.h"
+
 #include <array>
 #include <string_view>
 
@@ -48,6 +50,7 @@ TSimLink LinkOf(devlaser::TDataTransType transport) {
 }  // namespace
 
 TSimTarget SimTargetFromParams(const TLaserParams& params) {
+  if (auto raycus = RaycusSimTarget(params)) return *raycus;
   devlaser::TEnumLaserType type = params.LaserMainType;
   if (type == devlaser::eltNone && ModelKey(params.Model) == "IPG") type = devlaser::eltIPG;
 
@@ -67,6 +70,7 @@ TSimTarget SimTargetFromParams(const TLaserParams& params) {
 }
 
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
+  if (auto raycus = RaycusSimTarget(root)) return *raycus;
   TSimTarget target;
   if (ModelKey(root.GetString("Model")) != "IPG") return target;
   const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
