@@ -87,7 +87,9 @@ void TSerialCmdThread::Stop() noexcept {
   FThread.Stop();
   {
     std::lock_guard lock(FQueueLock);
-    last.swap(FQueue);
+    const size_t skip = FQueue.size() > kStopFlushLimit ? FQueue.size() - kStopFlushLimit : 0;
+    last.assign(FQueue.begin() + static_cast<std::ptrdiff_t>(skip), FQueue.end());
+    FQueue.clear();
     FRepeatLeft = 0;
   }
   try {
@@ -128,19 +130,34 @@ bool TSerialCmdThread::Cycle(TLaserThread& thread, TRun& run) {
   if (!FPort || !FPort->SetActive(true)) return thread.SleepA(pacing.ClosedMs);
 
   // Everything that has arrived is consumed before anything is sent; replies are not paired with commands.
+  bool traffic = false;
   for (;;) {
     const std::string chunk = FPort->Read(FReceive.size());
     if (chunk.empty()) break;
     const size_t count = std::min(chunk.size(), FReceive.size());
     std::copy_n(chunk.begin(), count, FReceive.begin());
+    traffic = true;
     FCmdSet->OnReceived(FReceive, count, run);
     if (!thread.SleepA(pacing.AfterChunkMs)) return false;
   }
 
   // The queue lock is not held across the write and its pause: a caller never waits for the line.
   TCommCmd cmd;
-  if (TakeNext(cmd) && WriteCmd(cmd) && !thread.SleepA(pacing.AfterWriteMs)) return false;
-  return thread.WaitForWake(pacing.IdleMs);
+  if (TakeNext(cmd)) {
+    traffic = true;
+    if (WriteCmd(cmd) && !thread.SleepA(pacing.AfterWriteMs)) return false;
+  }
+  return thread.WaitForWake(IdleWaitMs(traffic));
+}
+
+int32_t TSerialCmdThread::IdleWaitMs(bool traffic) {
+  const TSerialPacing& pacing = FOptions.Pacing;
+  if (traffic || FQuietWaitMs < pacing.IdleMs) {
+    FQuietWaitMs = pacing.IdleMs;
+  } else {
+    FQuietWaitMs = std::min(std::max(FQuietWaitMs * 2, pacing.IdleMs), std::max(pacing.QuietMaxMs, pacing.IdleMs));
+  }
+  return FQuietWaitMs;
 }
 
 bool TSerialCmdThread::TakeNext(TCommCmd& cmd) {

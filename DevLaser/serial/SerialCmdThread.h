@@ -4,8 +4,9 @@
 //
 // One cycle: open the port if it is closed (retried every 20 ms, silently); read and hand over every chunk that
 // is waiting, 20 ms apart; write at most one command, queued ones before repeats, and pause 20 ms after it; then
-// wait 5 ms, or less when a caller queues a command. Callers never wait for the line: they take a short lock to
-// append and wake the thread. Nothing in here knows a maker; the maker's part is a TSerialCmdSet.
+// wait 5 ms (longer on a line that has been quiet for a while), or less when a caller queues a command. Callers never
+// wait for the line: they take a short lock to append and wake the thread. Nothing in here knows a maker; the maker's
+// part is a TSerialCmdSet.
 #pragma once
 
 #include <array>
@@ -51,8 +52,12 @@ struct TSerialPacing {
   int32_t AfterChunkMs = 20;  // between two reads that returned data
   int32_t AfterWriteMs = 20;  // after a command went out
   int32_t IdleMs = 5;         // at the end of every cycle, cut short by a queued command
-  int32_t ClosedMs = 20;      // before the next attempt to open the port
-  int32_t FaultMs = 10;       // after a failed cycle
+  // A line quiet for a while is read less often: the wait at the end of a cycle with nothing read or written
+  // doubles, up to this, and falls back to IdleMs at the first byte either way. Queued commands still wake the
+  // thread at once; only what the laser says unasked is seen up to this much later.
+  int32_t QuietMaxMs = 40;
+  int32_t ClosedMs = 20;  // before the next attempt to open the port
+  int32_t FaultMs = 10;   // after a failed cycle
 };
 
 struct TSerialThreadOptions {
@@ -67,6 +72,8 @@ struct TSerialThreadOptions {
 
 class TSerialCmdThread {
  public:
+  static constexpr size_t kStopFlushLimit = 4;
+
   // Configures `port` (may be null: the line then never opens) and starts the thread.
   TSerialCmdThread(TSerialThreadOptions options, std::unique_ptr<TSerialCmdSet> cmdSet,
                    std::unique_ptr<nchost::TCommCtrl> port);
@@ -81,9 +88,10 @@ class TSerialCmdThread {
   // replaces one not yet sent out and restarts the count.
   void SetRepeatedValue(uint8_t value);
 
-  // Stops and joins the thread, writes the commands that were still queued (each 20 ms after the last, so that a
-  // laser switched off on the way down gets its last command), and closes the port. Later calls, and commands
-  // queued after it, do nothing: from its return no byte goes to the line. Never throws.
+  // Stops and joins the thread, writes the newest commands still queued (at most kStopFlushLimit, in order, 20 ms
+  // apart, so that a laser switched off on the way down gets its last command; an older backlog is dropped), and
+  // closes the port. Later calls, and commands queued after it, do nothing: from its return no byte goes to the
+  // line. Never throws.
   void Stop() noexcept;
   bool Stopped() const;
 
@@ -98,6 +106,8 @@ class TSerialCmdThread {
   void Execute(TLaserThread& thread);
   // One cycle; false when a stop cut it short.
   bool Cycle(TLaserThread& thread, TRun& run);
+  // The wait at the end of a cycle: IdleMs after traffic, growing while the line stays quiet.
+  int32_t IdleWaitMs(bool traffic);
   bool TakeNext(TCommCmd& cmd);
   // Writes `cmd`; true when bytes went out.
   bool WriteCmd(const TCommCmd& cmd);
@@ -108,6 +118,7 @@ class TSerialCmdThread {
   // Only the thread touches the port while it runs; Stop() takes it over after the join.
   std::unique_ptr<nchost::TCommCtrl> FPort;
   TReceiveBuffer FReceive{};
+  int32_t FQuietWaitMs = 0;  // only touched by the thread
 
   mutable std::mutex FQueueLock;
   // Guarded by FQueueLock.

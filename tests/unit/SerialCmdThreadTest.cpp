@@ -204,6 +204,20 @@ TEST_F(SerialCmdThreadTest, StopWritesWhatWasQueuedClosesThePortAndThenStaysSile
   EXPECT_EQ(FPeer->Ops().back(), "close");
 }
 
+TEST_F(SerialCmdThreadTest, StopDropsAnOldBacklogButNotTheNewestCommands) {
+  FPeer->SetOpenable(false);  // nothing goes out: the queue backs up
+  auto& thread = Start();
+  for (uint8_t i = 0; i < 10; ++i) thread.LockAddCmd(Vec(Stx('A', i)));
+  FPeer->SetOpenable(true);
+  FPeer->Activate(true);  // open now, before the thread's next attempt could start sending the backlog
+  thread.Stop();
+  const auto writes = FPeer->Writes();
+  ASSERT_GE(writes.size(), TSerialCmdThread::kStopFlushLimit);
+  EXPECT_LT(writes.size(), 10u);  // the thread may have sent the oldest one or two before the stop
+  const std::vector<std::string> newest(writes.end() - TSerialCmdThread::kStopFlushLimit, writes.end());
+  EXPECT_THAT(newest, ElementsAre(Stx('A', 6), Stx('A', 7), Stx('A', 8), Stx('A', 9)));
+}
+
 TEST(SerialTextTest, HexDumpAndTextDecoding) {
   const std::vector<uint8_t> esc{0x1B, 0x43, 0x50, 0x26, 0x0D};
   EXPECT_EQ(HexDump(esc), "1B 43 50 26 0D ");
