@@ -104,6 +104,7 @@ void ReportPercentiles(benchmark::State& state, std::vector<double>& us, const c
   auto at = [&](double q) {
     return us[std::min(us.size() - 1, static_cast<size_t>(q * static_cast<double>(us.size())))];
   };
+  state.counters[std::string(prefix) + "min_us"] = us.front();
   state.counters[std::string(prefix) + "p50_us"] = at(0.50);
   state.counters[std::string(prefix) + "p99_us"] = at(0.99);
   state.counters[std::string(prefix) + "max_us"] = us.back();
@@ -145,18 +146,23 @@ BENCHMARK(BM_RaycusCallerLatencyWhileWriting)->Iterations(20000)->Unit(benchmark
 void BM_RaycusCommandToLineWhileIdle(benchmark::State& state) {
   TRaycusRig rig;
   auto& laser = *rig.Laser;
-  std::vector<double> latency;
+  std::vector<double> latency, toWrite;
   bool on = false;
   for (auto _ : state) {
     // Past the 20 ms pause after the last write and well into idle cycles.
     std::this_thread::sleep_for(std::chrono::milliseconds(40));
     const uint64_t before = rig.Received();
+    const uint64_t written = laser.SerialThread()->WrittenCount();
     const auto start = Clock::now();
     on = !on;
     if (on)
       laser.EmissionOn();
     else
       laser.EmissionOff();
+    // The moment the thread's write returned, apart from the terminal's own delivery to the far end.
+    while (laser.SerialThread()->WrittenCount() == written && Clock::now() - start < std::chrono::seconds(1)) {
+    }
+    toWrite.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     if (!rig.WaitForBytes(before + 3, std::chrono::seconds(1))) {
       state.SkipWithError("the command never reached the line");
       break;
@@ -166,6 +172,7 @@ void BM_RaycusCommandToLineWhileIdle(benchmark::State& state) {
     state.SetIterationTime(us * 1e-6);
   }
   ReportPercentiles(state, latency, "");
+  ReportPercentiles(state, toWrite, "written_");
 }
 BENCHMARK(BM_RaycusCommandToLineWhileIdle)->Iterations(200)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
