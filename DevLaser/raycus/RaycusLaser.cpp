@@ -1,6 +1,5 @@
 #include "raycus/RaycusLaser.h"
 
-#include "frame/HostServices.h"
 #include "raycus/RaycusEsc.h"
 
 namespace devlaser {
@@ -11,7 +10,7 @@ TRaycusLaser::TRaycusLaser(const TLaserParams& params, std::shared_ptr<nchost::I
       FStartPort(params.CfgRay.UseRemoteCtrl ? params.CfgRay.RayStartPort : 0),
       FGatePort(params.DefParams.CtrlPort) {}
 
-TRaycusLaser::~TRaycusLaser() { StopThreads(); }
+TRaycusLaser::~TRaycusLaser() = default;
 
 void TRaycusLaser::Create() {
   TFiberLaser::Create();
@@ -22,14 +21,12 @@ void TRaycusLaser::Create() {
   options.FaultPrefix = kFaultPrefix;
   options.CommPort = FSerialPortNo;
   options.CommSettings = FParams.DefParams.Comm.CommSettings;
-  auto* host = Host();
   FSerialThread = std::make_unique<TSerialCmdThread>(
       std::move(options), std::make_unique<raycus::TRaycusCmdSet>(FParams.DefParams.Comm.IgnoreCommResult),
-      host ? host->CreateCommCtrl() : nullptr);
-}
-
-void TRaycusLaser::StopThreads() {
-  if (FSerialThread) FSerialThread->Stop();
+      Ports().CommCtrl());
+  // Stopped after BeforeDestruction has queued emission off, which the stop still writes; then the base closes
+  // the port for good.
+  Owns("serial thread", [this] { FSerialThread->Stop(); });
 }
 
 void TRaycusLaser::QueueCmd(std::span<const uint8_t> bytes) {

@@ -23,7 +23,7 @@ class TRaycusLaser : public TFiberLaser {
   TRaycusLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io);
   ~TRaycusLaser() override;
 
-  // Starts the serial thread when a serial port is configured.
+  // Starts the serial thread when a serial port is configured; the laser owns it (stopped on shutdown).
   void Create() override;
 
   bool GetIsEmissionOn() override;
@@ -37,11 +37,8 @@ class TRaycusLaser : public TFiberLaser {
   bool GetIsHardWire() override;
 
   bool GetIsRaycusQCW() const { return FParams.LaserSubType == kQcwSubType; }
-  // The serial thread; null without a serial port or once the laser is shut down.
+  // The serial thread; null without a serial port. Once the laser is shut down it is stopped and takes nothing.
   TSerialCmdThread* SerialThread() const { return FSerialThread.get(); }
-
- protected:
-  void StopThreads() override;
 
  private:
   bool HasSerial() const { return FSerialPortNo >= 1 && FSerialThread; }

@@ -274,5 +274,18 @@ TEST_F(RaycusLaserTest, ADestroyedLaserSwitchesEmissionOffOnTheLineAndThenSendsN
   EXPECT_EQ(Peer().WriteCount(), writes.size());
 }
 
+TEST_F(RaycusLaserTest, ALaserShutDownWhileTheHostStillHoldsItPutsNothingOnTheLine) {
+  auto& laser = Make();
+  laser.Shutdown();
+  const size_t written = Peer().WriteCount();
+  EXPECT_EQ(Peer().Writes().back(), kEmissionOff);
+  laser.EmissionOn();
+  laser.SetDiodeCurrent(80);
+  laser.LaserOn();
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(Peer().WriteCount(), written);
+  EXPECT_FALSE(Peer().IsOpen());
+}
+
 }  // namespace
 }  // namespace devlaser
