@@ -125,6 +125,12 @@ std::string TRaycusEscEngine::ExecuteLocked(const std::string& command) {
 void TRaycusEscEngine::AddLocked(std::string bytes, bool junk) {
   if (FLog.size() >= kLogCapacity) FLog.erase(FLog.begin(), FLog.begin() + kLogCapacity / 10);
   FLog.push_back({Clock::now(), std::move(bytes), junk});
+  ++FReceived;
+}
+
+size_t TRaycusEscEngine::Received() const {
+  std::lock_guard lock(FMutex);
+  return FReceived;
 }
 
 void TRaycusEscEngine::ResetInput() {

@@ -63,6 +63,8 @@ class TRaycusEscEngine {
   // The commands only (no junk), as byte strings.
   std::vector<std::string> Commands() const;
   size_t Count(std::string_view command) const;
+  // Commands and junk received since the engine was made, also those cleared from the log or trimmed from it.
+  size_t Received() const;
   void ClearLog();
   // Waits until `command` has arrived `times` times since the last ClearLog, or `timeout` passed.
   bool WaitFor(std::string_view command, std::chrono::milliseconds timeout, size_t times = 1) const;
@@ -85,6 +87,7 @@ class TRaycusEscEngine {
   bool FAnswered = false;
   TState FState;
   std::vector<TEntry> FLog;
+  size_t FReceived = 0;
   TTraceHook FTrace;
 };
 
