@@ -280,7 +280,10 @@ void TZorunDriver::FlushSwitchOffs() {
   while (FCmdFifo.Pop(item)) {
     std::unique_ptr<TCommand> cmd(item);
     Unlist(cmd.get());
-    if ((cmd->FCmdType == ctEmissionOff || cmd->FCmdType == ctAimingOff) && !cmd->FCmdData.empty()) SendFrame(*cmd);
+    if ((cmd->FCmdType == ctEmissionOff || cmd->FCmdType == ctAimingOff) && !cmd->FCmdData.empty()) {
+      SendFrame(*cmd);
+      if (!cmd->FCmdDesc.empty()) ShowDebugZorunLaser(cmd->FCmdDesc);
+    }
   }
 }
 

@@ -47,6 +47,7 @@ TZorunLink::TZorunLink(TDataTransType type, const TLaserParams& params, const st
         FUdp->SetRemoteHost(host);
         FUdp->SetRemotePort(def.Net.TcpPort);
         FUdp->Open();
+        FLastUdpReply = Clock::now();
       }
       break;
     case dttSerial:
@@ -110,10 +111,7 @@ TBytes TZorunLink::Receive(int32_t windowMs) {
       if (datagram.empty()) break;
       Append(data, datagram);
     }
-    if (!data.empty()) {
-      FLastUdpReply = Clock::now();
-      FUdpAnswered = true;
-    }
+    if (!data.empty()) FLastUdpReply = Clock::now();
   } else if (FComm) {
     if (!FComm->GetActive()) return data;
     for (;;) {
@@ -141,8 +139,11 @@ bool TZorunLink::Probe() {
     return FTcp->Connect(kConnectTimeoutMs);
   }
   if (FUdp) {
-    if (!FUdp->Active() && !FUdp->Open()) return false;
-    return FUdpAnswered && Clock::now() - FLastUdpReply < std::chrono::milliseconds(kUdpSilenceMs);
+    if (!FUdp->Active()) {
+      if (!FUdp->Open()) return false;
+      FLastUdpReply = Clock::now();
+    }
+    return Clock::now() - FLastUdpReply < std::chrono::milliseconds(kUdpSilenceMs);
   }
   if (FComm) return FComm->SetActive(true);
   return false;

@@ -23,7 +23,8 @@ class TZorunLink {
   static constexpr int32_t kKeepAliveTimeoutMs = 1000;
   static constexpr int32_t kReconnectPingMs = 100;
   static constexpr int32_t kConnectTimeoutMs = 1000;
-  // A UDP laser that has not answered for this long counts as gone. The driver polls it several times a second.
+  // A UDP laser that has not answered for this long (since the socket opened, at first) counts as gone. The driver
+  // polls it several times a second.
   static constexpr int32_t kUdpSilenceMs = 3000;
 
   // Creates the client of `type` (dttNetTcp, dttNetUDP or dttSerial) through the host. `onPingLost` runs on the
@@ -45,7 +46,7 @@ class TZorunLink {
   TBytes Receive(int32_t windowMs);
   // Brings the link up if it can and tells whether it is up. TCP: while connected, a keep-alive ping every 5 s;
   // otherwise a short ping and, when the laser answers, a connect. Serial: opens the port. UDP: the socket is open
-  // and the laser has answered within kUdpSilenceMs.
+  // and the laser has not been silent for kUdpSilenceMs.
   bool Probe();
   // The keep-alive ping failed: drops the TCP connection so that the next probe reconnects.
   void DropTcp();
@@ -64,8 +65,7 @@ class TZorunLink {
   std::unique_ptr<nchost::TUDPClient> FUdp;
   std::unique_ptr<nchost::TCommCtrl> FComm;
   nchost::TDelayRec FLastPingTime;
-  Clock::time_point FLastUdpReply{};
-  bool FUdpAnswered = false;
+  Clock::time_point FLastUdpReply{};  // or the time the socket opened
   bool FClosed = false;
 };
 

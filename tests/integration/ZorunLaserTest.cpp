@@ -143,6 +143,32 @@ TEST_P(ZorunLaserLinkTest, FramesArriveByteExactAndAnAlarmComesBackAcknowledged)
   EXPECT_TRUE(Eventually([&] { return FServer.OpenConnections() == 0; }));
 }
 
+class ZorunLaserReconnectTest : public ZorunLaserLinkTest {};
+
+TEST_P(ZorunLaserReconnectTest, ALostLaserIsReconnectedWithoutReplayingEmission) {
+  FLaser = MakeLaser<TZorunLaser>(FParams, FIO);
+  ASSERT_NE(FLaser, nullptr);
+  FLaser->EmissionOn();
+  ASSERT_TRUE(Received(kEmissionOn));
+  ASSERT_TRUE(FSink->WaitForText(SLaserConnectedOk.Text(), 5s));
+
+  const uint16_t port = FServer.TcpPort();
+  FServer.Stop();
+  EXPECT_TRUE(FSink->WaitForText("Net Connection Closed.", 5s));
+  FEngine.Log().Clear();
+  lasersim::TZorunSimLinks links;
+  links.TcpAddress = "127.0.0.62";
+  links.TcpPort = port;
+  ASSERT_TRUE(FServer.Start(links)) << FServer.LastError();
+  EXPECT_TRUE(Received(kStateQuery, 3));
+  EXPECT_TRUE(
+      Eventually([&] { return FSink->Count(refhost::TRecordingSink::TextContains(SLaserConnectedOk.Text())) == 2; }));
+  EXPECT_FALSE(FEngine.Log().Contains(kEmissionOn));
+  EXPECT_TRUE(FLaser->GetIsEmissionOn());  // still as commanded: the laser keeps what it was told
+}
+
+INSTANTIATE_TEST_SUITE_P(Tcp, ZorunLaserReconnectTest, ::testing::Values(TLink::Tcp));
+
 std::string LinkName(const ::testing::TestParamInfo<TLink>& link) {
   switch (link.param) {
     case TLink::Udp:
