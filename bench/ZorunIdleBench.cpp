@@ -38,7 +38,8 @@ double ThreadCpuSeconds(const std::string& prefix) {
     std::getline(commFile, name);
     if (name.rfind(prefix, 0) != 0) continue;
     std::ifstream statFile(entry.path() / "stat");
-    std::string stat((std::istreambuf_iterator<char>(statFile)), std::istreambuf_iterator<char>());
+    std::string stat;
+    std::getline(statFile, stat);
     // Fields after the parenthesised name: state is field 3, utime 14, stime 15.
     std::istringstream rest(stat.substr(stat.rfind(')') + 2));
     std::string field;
@@ -58,7 +59,9 @@ void BM_ZorunIdleCpu(benchmark::State& state) {
   const std::string dir = (std::filesystem::temp_directory_path() / "devlaser-zorun-bench").string();
   std::filesystem::create_directories(dir);
   std::ifstream example(std::string(DEVLASER_SOURCE_DIR) + "/examples/ZorunLaser.json");
-  std::string text((std::istreambuf_iterator<char>(example)), std::istreambuf_iterator<char>());
+  std::ostringstream read;
+  read << example.rdbuf();
+  std::string text = read.str();
   if (!queryWantsReply) {
     const std::string wants =
         "\"CmdDesc\": \"state query\", \"Command\": \"5A A5 01 15 00\", \"CmdTotalLen\": 5, "

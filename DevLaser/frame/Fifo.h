@@ -1,10 +1,11 @@
 // An unbounded first-in-first-out queue with one lock for the producer end and one for the consumer end, so that
 // one thread pushes while another pops without either waiting for the other.
 //
-// Every item has a node of its own; the items themselves sit in blocks of 64 slots that consecutive nodes share
-// until the block is full. Items never move. The head node is a sentinel: the node of the item consumed last (at
-// first an empty node without a block), whose successor holds the next item to pop. A block is freed when the node
-// of its last slot (63) stops being the sentinel, because no node refers to the block any more.
+// Every item has a node of its own; the items sit in blocks of 64 slots that consecutive nodes share until the
+// block is full, and the nodes sit in the block beside their items. Items never move. The head node is a sentinel:
+// the node of the item consumed last (at first an empty node without a block), whose successor holds the next item
+// to pop. A block is freed when the node of its last slot (63) stops being the sentinel, because no node refers to
+// the block any more.
 //
 // Several producers serialise on the tail lock, several consumers on the head lock. Empty() and the enumerator take
 // no lock; enumerate only while no other thread pops.
@@ -21,12 +22,25 @@ template <class T>
 class TFifo {
  public:
   static constexpr int32_t kBlockSlots = 64;
-  using TDataBlock = std::array<T, kBlockSlots>;
+  static constexpr size_t kCacheLine = 64;
 
+  struct TDataBlock;
   struct TNode {
     TDataBlock* DataBlock = nullptr;
     int32_t Index = -1;
     std::atomic<TNode*> Next{nullptr};
+  };
+  // 64 item slots, each with the node of its item beside it: a node is taken with its slot, so a push allocates once
+  // per 64 items and touches one cache line, and a block goes with all its nodes when the node of slot 63 stops
+  // being the sentinel.
+  struct TSlot {
+    T Item{};
+    TNode Node;
+  };
+  struct TDataBlock {
+    std::array<TSlot, kBlockSlots> Slots;
+    T& operator[](int32_t index) { return Slots[static_cast<size_t>(index)].Item; }
+    const T& operator[](int32_t index) const { return Slots[static_cast<size_t>(index)].Item; }
   };
 
   // Walks the queued items oldest first. An item in the last slot of its block reads as a null item (T{}), although
@@ -58,9 +72,7 @@ class TFifo {
   }
   virtual ~TFifo() {
     Clear();
-    TNode* head = FHead.load(std::memory_order_relaxed);
-    FreeBlock(head->DataBlock);
-    delete head;
+    FreeNode(FHead.load(std::memory_order_relaxed), true);
     FHead.store(nullptr, std::memory_order_relaxed);
     FTail.store(nullptr, std::memory_order_relaxed);
   }
@@ -70,15 +82,19 @@ class TFifo {
   void Push(const T& item) {
     std::lock_guard lock(FCSTail);
     TNode* tail = FTail.load(std::memory_order_relaxed);
-    TNode* node = new TNode;
-    node->DataBlock = tail->DataBlock;
-    node->Index = tail->Index + 1;
-    if (node->DataBlock == nullptr || node->Index >= kBlockSlots) {
-      node->DataBlock = new TDataBlock{};
-      node->Index = 0;
+    TDataBlock* block = tail->DataBlock;
+    int32_t index = tail->Index + 1;
+    if (block == nullptr || index >= kBlockSlots) {
+      block = new TDataBlock;
+      index = 0;
       FBlocks.fetch_add(1, std::memory_order_relaxed);
     }
-    (*node->DataBlock)[node->Index] = item;
+    TSlot& slot = block->Slots[static_cast<size_t>(index)];
+    TNode* node = &slot.Node;
+    node->DataBlock = block;
+    node->Index = index;
+    node->Next.store(nullptr, std::memory_order_relaxed);
+    slot.Item = item;
     // Publishes the item: a consumer that sees the link also sees the slot.
     tail->Next.store(node, std::memory_order_release);
     FTail.store(node, std::memory_order_release);
@@ -131,21 +147,26 @@ class TFifo {
     if (next == nullptr) return false;
     FHead.store(next, std::memory_order_release);
     item = (*next->DataBlock)[next->Index];
-    if (old->Index >= kBlockSlots - 1) FreeBlock(old->DataBlock);
-    delete old;
+    // The old sentinel is done with; its block goes once the node of the last slot is.
+    FreeNode(old, old->Index >= kBlockSlots - 1);
     return true;
   }
-  void FreeBlock(TDataBlock* block) {
-    if (block == nullptr) return;
-    delete block;
-    FBlocks.fetch_sub(1, std::memory_order_relaxed);
+  // Frees the first sentinel (which has no block), or `node`'s block when `lastOfBlock`.
+  void FreeNode(TNode* node, bool lastOfBlock) {
+    if (node->DataBlock == nullptr) {
+      delete node;
+    } else if (lastOfBlock) {
+      delete node->DataBlock;
+      FBlocks.fetch_sub(1, std::memory_order_relaxed);
+    }
   }
 
-  std::mutex FCSHead;
-  std::mutex FCSTail;
+  // The consumer's and the producer's ends on cache lines of their own, so that neither invalidates the other's.
+  alignas(kCacheLine) std::mutex FCSHead;
   std::atomic<TNode*> FHead{nullptr};
+  alignas(kCacheLine) std::mutex FCSTail;
   std::atomic<TNode*> FTail{nullptr};
-  std::atomic<int32_t> FBlocks{0};
+  alignas(kCacheLine) std::atomic<int32_t> FBlocks{0};
 };
 
 // A queue of object pointers that can own them: with AOwnsObjects, the objects that Clear discards (also when the
