@@ -32,7 +32,8 @@ bool IsPolling(TCmdType type) { return type == ctStateQuery || type == ctAlarmRe
 
 }  // namespace
 
-TZorunDriver::TZorunDriver(const TLaserParams& params) : FDefLaserCfg(params) {
+TZorunDriver::TZorunDriver(const TLaserParams& params, TLaserPorts* ports)
+    : FDefLaserCfg(params), FOwnPorts(ports ? nullptr : std::make_unique<TLaserPorts>()) {
   auto* app = Host();
   if (app == nullptr) throw ELaserError("Zorun.DataTransType Error: there is no host to read the description from");
   const TDataTransType type = params.DefParams.DataTransType;
@@ -56,7 +57,8 @@ TZorunDriver::TZorunDriver(const TLaserParams& params) : FDefLaserCfg(params) {
   if (type == dttNone) {
     LogMsg(SDataTransTypeNone, nchost::msgtype::kWarning);
   } else {
-    FLink = std::make_unique<TZorunLink>(type, params, FDescription.Cfg.CommSettings, [this] { IcmpTimeout(); });
+    FLink = std::make_unique<TZorunLink>(ports ? *ports : *FOwnPorts, type, params, FDescription.Cfg.CommSettings,
+                                         [this] { IcmpTimeout(); });
     if (!FLink->HasClient()) LogMsg("ZorunLaser: the host offers no client for the configured link", 8);
     StartThreads();
   }
@@ -68,8 +70,9 @@ TZorunDriver::~TZorunDriver() { Stop(); }
 void TZorunDriver::Stop() {
   std::lock_guard stopLock(FStopLock);
   if (FStopped.exchange(true)) return;
-  FRecvThread.Stop();
-  FSendThread.Stop();
+  // Closed, not only stopped: a stopped driver never starts them again.
+  FRecvThread.Close();
+  FSendThread.Close();
   try {
     FlushSwitchOffs();
   } catch (const std::exception& e) {

@@ -41,7 +41,9 @@ class TZorunDriver {
   // the configured link, starts both threads when there is a link, and queues the init command. Throws
   // ELaserError, naming the file, the entry and the reason, when the file cannot serve the laser or the transport
   // is none of none, serial, TCP and UDP.
-  explicit TZorunDriver(const TLaserParams& params);
+  // The link's clients come from `ports` (the laser's, closed when it shuts down), or from ports of the driver's
+  // own when none are given.
+  explicit TZorunDriver(const TLaserParams& params, TLaserPorts* ports = nullptr);
   ~TZorunDriver();
   TZorunDriver(const TZorunDriver&) = delete;
   TZorunDriver& operator=(const TZorunDriver&) = delete;
@@ -101,6 +103,7 @@ class TZorunDriver {
   void FlushSwitchOffs();
 
   const TLaserParams FDefLaserCfg;
+  std::unique_ptr<TLaserPorts> FOwnPorts;  // only when the driver was given none
   std::string FDescriptionFile;
   zorun::TZorunDescription FDescription;
   // Frames of the commands without parameter, built once: the polling commands cost no building.

@@ -3,14 +3,15 @@
 namespace devlaser {
 
 TZorunLaser::TZorunLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
-    : TFiberLaser(params, std::move(io)), FDriver(std::make_unique<TZorunDriver>(FParams)) {}
+    : TFiberLaser(params, std::move(io)), FDriver(std::make_unique<TZorunDriver>(FParams, &Ports())) {
+  // Shutting down stops the driver after emission has been switched off, so that the switch-off still goes out.
+  Owns("Zorun driver", [this] { FDriver->Stop(); });
+}
 
 TZorunLaser::~TZorunLaser() {
   // Joined before the members they use go, also for a laser that was never shut down.
   FDriver->Stop();
 }
-
-void TZorunLaser::StopThreads() { FDriver->Stop(); }
 
 std::string TZorunLaser::GetDeviceDesc() { return FDriver->GetLaserDesc(); }
 std::string TZorunLaser::GetAlarmIDPrefix() { return FDriver->GetLaserDesc(); }

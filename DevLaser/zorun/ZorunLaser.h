@@ -40,9 +40,6 @@ class TZorunLaser : public TFiberLaser {
 
   TZorunDriver& Driver() { return *FDriver; }
 
- protected:
-  void StopThreads() override;
-
  private:
   std::unique_ptr<TZorunDriver> FDriver;
   std::atomic<bool> FAimingOn{false};

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <thread>
 
-#include "frame/HostServices.h"
-
 namespace devlaser::zorun {
 namespace {
 
@@ -18,17 +16,15 @@ void Append(TBytes& out, const std::string& chunk) { out.insert(out.end(), chunk
 
 }  // namespace
 
-TZorunLink::TZorunLink(TDataTransType type, const TLaserParams& params, const std::string& commSettings,
-                       std::function<void()> onPingLost)
+TZorunLink::TZorunLink(TLaserPorts& ports, TDataTransType type, const TLaserParams& params,
+                       const std::string& commSettings, std::function<void()> onPingLost)
     : FType(type), FOnPingLost(std::move(onPingLost)) {
-  auto* app = Host();
-  if (app == nullptr) return;
   const auto& def = params.DefParams;
   const std::string host = def.Net.TcpHost;
   switch (type) {
     case dttNetTcp:
-      FTcp = app->CreateTcpClient();
-      FPing = app->CreateIcmpClient();
+      FTcp = ports.TcpClient();
+      FPing = ports.IcmpClient();
       if (FTcp) {
         FTcp->SetRemoteHost(host);
         FTcp->SetRemotePort(std::to_string(def.Net.TcpPort));
@@ -42,7 +38,7 @@ TZorunLink::TZorunLink(TDataTransType type, const TLaserParams& params, const st
       // The laser is addressed at its host and port; its datagrams come back to a local port of our own. A
       // controller cannot bind the laser's address (it is another machine's), so the socket is bound to an
       // ephemeral port and connected to the laser, which also keeps out datagrams from anyone else.
-      FUdp = app->CreateUdpClient();
+      FUdp = ports.UdpClient();
       if (FUdp) {
         FUdp->SetRemoteHost(host);
         FUdp->SetRemotePort(def.Net.TcpPort);
@@ -51,7 +47,7 @@ TZorunLink::TZorunLink(TDataTransType type, const TLaserParams& params, const st
       }
       break;
     case dttSerial:
-      FComm = app->CreateCommCtrl();
+      FComm = ports.CommCtrl();
       if (FComm) {
         FComm->SetPort(def.Comm.CommPort);
         FComm->SetSettings(commSettings);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "core/LaserPorts.h"
 #include "frame/LaserParams.h"
 #include "host/DelayRec.h"
 #include "host/Transports.h"
@@ -27,9 +28,9 @@ class TZorunLink {
   // polls it several times a second.
   static constexpr int32_t kUdpSilenceMs = 3000;
 
-  // Creates the client of `type` (dttNetTcp, dttNetUDP or dttSerial) through the host. `onPingLost` runs on the
+  // Opens the client of `type` (dttNetTcp, dttNetUDP or dttSerial) through `ports`. `onPingLost` runs on the
   // ping client's thread when a keep-alive ping went unanswered.
-  TZorunLink(TDataTransType type, const TLaserParams& params, const std::string& commSettings,
+  TZorunLink(TLaserPorts& ports, TDataTransType type, const TLaserParams& params, const std::string& commSettings,
              std::function<void()> onPingLost);
   ~TZorunLink();
   TZorunLink(const TZorunLink&) = delete;
