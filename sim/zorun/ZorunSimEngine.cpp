@@ -180,8 +180,8 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
           ++spec.ParamLen;
         }
       }
-      // The CRC of a diode set depends on its parameter: checked by computation, not by comparison.
-      if (spec.ParamLen > 0) fixed[static_cast<size_t>(at)] = fixed[static_cast<size_t>(at) + 1] = false;
+      // The CRC is checked by computation, so that a frame with a wrong one is recognised and reported as such.
+      fixed[static_cast<size_t>(at)] = fixed[static_cast<size_t>(at) + 1] = false;
       spec.Expected = std::move(work);
       spec.Fixed = std::move(fixed);
       specs.push_back(std::move(spec));

@@ -102,7 +102,7 @@ TEST_F(ZorunDriverTest, AnAlarmByteMarksItsBitsAndIsAcknowledgedOnce) {
   EXPECT_EQ(driver->GetAlarmDesc(3), "c");
   EXPECT_EQ(driver->GetAlarmDesc(1), "");
   EXPECT_EQ(driver->QueuedFrames(), (std::vector<TBytes>{kInit, kAlarmAck}));
-  driver->AnalyzeResponse(Hex("5A A5 95 01 00 4F 5B"));
+  driver->AnalyzeResponse(Hex("5A A5 95 01 00 4F 7D"));
   EXPECT_FALSE(driver->CheckAlarm(0));
 }
 
