@@ -57,7 +57,10 @@ TZorunDriver::TZorunDriver(const TLaserParams& params, TLaserPorts* ports)
   if (type == dttNone) {
     LogMsg(SDataTransTypeNone, nchost::msgtype::kWarning);
   } else {
-    FLink = std::make_unique<TZorunLink>(ports ? *ports : *FOwnPorts, type, params, FDescription.Cfg.CommSettings,
+    // A description without serial settings leaves them to the laser's configuration.
+    const std::string& commSettings =
+        FDescription.Cfg.CommSettings.empty() ? params.DefParams.Comm.CommSettings : FDescription.Cfg.CommSettings;
+    FLink = std::make_unique<TZorunLink>(ports ? *ports : *FOwnPorts, type, params, commSettings,
                                          [this] { IcmpTimeout(); });
     if (!FLink->HasClient()) LogMsg("ZorunLaser: the host offers no client for the configured link", 8);
     StartThreads();
