@@ -14,7 +14,7 @@ TLaserSimulator::TLaserSimulator() = default;
 TLaserSimulator::~TLaserSimulator() { Stop(); }
 
 void TLaserSimulator::SetTrace(TTrace trace) {
-  FRaycusTrace = trace;
+  FTrace = trace;
   if (!trace) {
     FEngine.SetTraceHook({});
     return;
@@ -33,10 +33,20 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
   }
   if (target.Family == kRaycusFamily) {
     FRaycus = std::make_unique<TRaycusSimulator>();
-    FRaycus->SetTrace(FRaycusTrace);
+    FRaycus->SetTrace(FTrace);
     if (FRaycus->Start(error)) return true;
     FRaycus.reset();
     return false;
+  }
+  if (target.Family == kZorunFamily) {
+    FZorun = std::make_unique<TZorunSimulator>();
+    if (FTrace) FZorun->SetTrace(FTrace);
+    if (!FZorun->Start(target, target.HostDir + "/ZorunLaser.json", error)) {
+      FZorun.reset();
+      return false;
+    }
+    FTcpHost = FZorun->Host();
+    return true;
   }
   if (target.Link == TSimLink::Serial) {
     FPty = std::make_unique<lasersim::TIpgYlrPtyServer>(FEngine);
@@ -68,11 +78,13 @@ void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
   if (FRaycus) FRaycus->Stop();
+  if (FZorun) FZorun->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
   if (FRaycus) return FRaycus->SerialPath();
+  if (FZorun) return FZorun->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;
 }
 

@@ -8,6 +8,7 @@
 
 #include "RaycusSim.h"
 #include "SimTarget.h"
+#include "ZorunSimulator.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
@@ -42,8 +43,9 @@ class TLaserSimulator {
   // The servers use the engine; they are declared after it so that they stop first.
   std::unique_ptr<lasersim::TIpgYlrTcpServer> FTcp;
   std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;
+  std::unique_ptr<TZorunSimulator> FZorun;
+  TTrace FTrace;
   std::string FTcpHost;
-  TTrace FRaycusTrace;
   std::unique_ptr<TRaycusSimulator> FRaycus;
 };
 

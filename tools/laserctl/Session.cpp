@@ -172,6 +172,7 @@ bool TSession::StartSimulator() {
   else if (FParams)
     target = SimTargetFromParams(*FParams);
   if (!target.HasSimulator) return true;  // said after creation, when the laser's link is known
+  target.HostDir = FApp.ExeDir();
 
   FSimulator = std::make_unique<TLaserSimulator>();
   if (FOptions.Debug)
