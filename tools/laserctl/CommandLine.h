@@ -31,6 +31,8 @@ struct TOptions {
   bool Sim = false;
   bool Json = false;
   bool Debug = false;
+  bool Version = false;            // print the versions and stop
+  bool ListModels = false;         // list the plug-in's laser registrations and stop
   std::vector<std::string> Words;  // the command words, unparsed
 };
 
