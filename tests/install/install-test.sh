@@ -9,7 +9,7 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" > "$work/install.log"
-libdir=$(cd "$prefix" && ls -d lib*/devlaser lib/*/devlaser 2>/dev/null | head -1)
+libdir=$(cd "$prefix" && { ls -d lib*/devlaser lib/*/devlaser 2>/dev/null || true; } | head -1)
 fail() { echo "install test: $*" >&2; exit 1; }
 [[ -n $libdir ]] || fail "no plug-in folder under lib"
 ls "$prefix/$libdir"/libDevLaser.so.*.*.* > /dev/null || fail "the plug-in has no versioned file in $libdir"
@@ -38,7 +38,10 @@ if cmake -S "$work/wrong-src" -B "$work/wrong" -DCMAKE_PREFIX_PATH="$prefix" > /
   fail "find_package(DevLaser 9.0) accepted version 0.1"
 fi
 
-pc=$(ls "$prefix"/lib*/pkgconfig/devlaser.pc "$prefix"/lib/*/pkgconfig/devlaser.pc 2>/dev/null | head -1)
+pc=$({ ls "$prefix"/lib*/pkgconfig/devlaser.pc "$prefix"/lib/*/pkgconfig/devlaser.pc 2>/dev/null || true; } | head -1)
 [[ -n $pc ]] || fail "no devlaser.pc"
-PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --cflags devlaser | grep -q "$prefix/include/devlaser" || fail "pkg-config"
+includedir=$(PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --variable=includedir devlaser)
+[[ -f $includedir/devlaser/api/DevLaserPlugin.h ]] || fail "pkg-config's includedir $includedir has no headers"
+plugindir=$(PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --variable=plugindir devlaser)
+ls "$plugindir"/libDevLaser.so > /dev/null || fail "pkg-config's plugindir $plugindir has no plug-in"
 echo "install test: 1 passed, 0 failed"

@@ -95,7 +95,7 @@ std::string TPluginLibrary::Locate(const std::string& lib, const std::string& ex
   std::string tried;
   for (const auto& candidate : DefaultCandidates(exeDir)) {
     std::error_code ec;
-    if (std::filesystem::exists(candidate, ec)) return candidate;
+    if (std::filesystem::exists(candidate, ec)) return std::filesystem::path(candidate).lexically_normal().string();
     tried += (tried.empty() ? "" : ", ") + candidate;
   }
   error = "no laser plug-in found (looked for " + tried + "); name one with --lib";
