@@ -38,9 +38,10 @@ TEST(LaserctlBadInputTest, AFieldOfTheWrongTypeIsNamedWithItsTypeNotItsValue) {
   testsupport::TScratchDir scratch;
   const std::string longText(5000, 'x');
   const auto params =
-      scratch.Write("wrong-types.json", R"({"Model": "Default", "DefParams": {"Power": [[[[1, 2, 3]]]], "CtrlPort": 99999999999999999999999,
+      scratch.Write("wrong-types.json",
+                    R"({"Model": "Default", "DefParams": {"Power": [[[[1, 2, 3]]]], "CtrlPort": 99999999999999999999999,
                                "AimingPort": ")" +
-                                            longText + "\"}}");
+                        longText + "\"}}");
   const auto run = RunLaserctl({"--params", params, "status"});
   EXPECT_EQ(run.ExitStatus, 0) << run.Err;
   for (const std::string expected :

@@ -2,7 +2,10 @@
 // it is and which lasers it knows, speaks the operator's language, and watch shows only what changes.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <regex>
 #include <set>
 
 #include "LaserctlTestSupport.h"
@@ -110,6 +113,27 @@ TEST(LaserctlForPeopleTest, WatchPrintsTheStateOnceAndThenOnlyChanges) {
     }
   }
   EXPECT_EQ(emissionChanges, 1) << run.Out;
+}
+
+TEST(LaserctlForPeopleTest, CtrlCDuringWatchExitsWith130AfterSwitchingTheLaserOff) {
+  testsupport::TScratchDir scratch;
+  const auto params = scratch.Write("ready-gate.json", R"({"Model": "Default", "LaserMainType": "eltOther",
+    "DefParams": {"CtrlPort": 6}, "CfgOther": {"ShutterReady": 5, "ShutterReadyDelay": 300}})");
+  const auto log = scratch.Path() + "/laserctl.log";
+  const auto run = RunLaserctl(
+      {"--log-file", log, "--params", params, "emission-on", "watch", "60"},
+      [](const std::string& err) { return err.find("SetOutputbit: 6, True") != std::string::npos ? SIGINT : 0; });
+  EXPECT_EQ(run.ExitStatus, 130) << run.Err;
+  const auto gateOn = run.Err.find("SetOutputbit: 6, True");
+  ASSERT_NE(gateOn, std::string::npos) << run.Err;
+  EXPECT_NE(run.Err.find("SetOutputbit: 6, False", gateOn), std::string::npos) << "switched off\n" << run.Err;
+  // Every line on standard error starts with the time, and the log file holds the same lines.
+  const std::regex stamped(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} .*)");
+  std::istringstream lines(run.Err);
+  for (std::string line; std::getline(lines, line);) EXPECT_TRUE(std::regex_match(line, stamped)) << line;
+  std::ifstream file(log);
+  const std::string logged((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(logged, run.Err);
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ TEST(LaserctlTest, StopSignalEndsTheWaitAndStillSwitchesTheLaserOff) {
   const auto run = RunLaserctl(
       {"--params", params, "emission-on", "wait", "30000", "status"},
       [](const std::string& err) { return err.find("SetOutputbit: 6, True") != std::string::npos ? SIGINT : 0; });
-  EXPECT_EQ(run.ExitStatus, 1) << run.Err;
+  EXPECT_EQ(run.ExitStatus, 130) << run.Err;
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(25)) << "the wait must end at the signal";
   const auto stopped = run.Err.find("stopped by a signal");
   ASSERT_NE(stopped, std::string::npos) << run.Err;

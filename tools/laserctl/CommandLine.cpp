@@ -26,7 +26,8 @@ constexpr const char* kFooter = R"(Commands, run in order after the options:
 Every option, command word and value is checked before the laser is created: a mistake is reported with its
 position and the nearest command, and nothing runs.
 The exit status is 0 when every command ran, 1 when one was rejected or failed or the model fell back to the
-default laser, 2 when nothing could run (a bad option, word or file).
+default laser, 2 when nothing could run (a bad option, word or file), 130 when Ctrl-C stopped the commands
+(the laser is still switched off and destroyed). Every line on standard error starts with the time.
 Without --config or --params the default laser is created. Ctrl-C stops the commands; the laser is still
 switched off and destroyed.
 
@@ -92,6 +93,7 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   app.add_option("--locale", options.LocaleFile, "An INI locale file (section \"Device_Strs\") for operator messages")
       ->check(CLI::ExistingFile)
       ->type_name("FILE");
+  app.add_option("--log-file", options.LogFile, "Also append every message line to FILE")->type_name("FILE");
   std::vector<std::string> inputs;
   app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
       ->type_name("N=0|1")

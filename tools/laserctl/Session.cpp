@@ -1,40 +1,28 @@
 #include "Session.h"
 
+#include <cstdio>
 #include <filesystem>
 
 #include "CommandRunner.h"
 #include "ConfigFile.h"
 #include "LocaleChoice.h"
+#include "LogSinks.h"
 #include "ParamsJson.h"
 #include "SimTarget.h"
 #include "host/HostDefs.h"
 #include "refhost/IniLocaleResource.h"
-#include "refhost/TextSinks.h"
 
 namespace laserctl {
 namespace {
 
 constexpr const char* kCategory = "laserctl";
 
-// Drops trace lines unless debug traces were asked for; everything else passes to the next sink.
-class TTraceFilterSink : public refhost::TMessageSink {
- public:
-  TTraceFilterSink(std::shared_ptr<refhost::TMessageSink> next, bool traces)
-      : FNext(std::move(next)), FTraces(traces) {}
-  void Write(const refhost::TMessageEntry& entry) override {
-    if (entry.Type == nchost::msgtype::kTrace && !FTraces) return;
-    FNext->Write(entry);
-  }
-
- private:
-  const std::shared_ptr<refhost::TMessageSink> FNext;
-  const bool FTraces;
-};
-
+// A log file that cannot be opened is reported on standard error and the run goes on without it.
 std::shared_ptr<refhost::TMessageSink> MakeSink(const TOptions& options) {
-  auto stderrSink = std::make_shared<refhost::TStderrSink>(options.Json ? refhost::TLineFormat::JsonLines
-                                                                        : refhost::TLineFormat::Text);
-  return std::make_shared<TTraceFilterSink>(std::move(stderrSink), options.Debug);
+  std::string error;
+  if (auto sink = MakeLaserctlSink(options.Json, options.Debug, options.LogFile, error)) return sink;
+  std::fprintf(stderr, "%s laserctl: %s; logging to standard error only\n", WallClockStamp().c_str(), error.c_str());
+  return MakeLaserctlSink(options.Json, options.Debug, "", error);
 }
 
 }  // namespace
@@ -128,6 +116,7 @@ int TSession::RunWithPlugin(const TCommandList& commands) {
   const bool fellBack = ReportModelFallback();
   FLaser->RegisterAlarms(FAlarms);
   const bool allRan = RunCommands(commands);
+  if (FStop.Stopped()) return kExitInterrupted;
   return allRan && !fellBack ? kExitOk : kExitCommandFailed;
 }
 
@@ -240,7 +229,7 @@ bool TSession::RunCommands(const TCommandList& commands) {
     if (!runner.Run(command)) allRan = false;
   }
   if (FStop.Stopped()) {
-    Report(nchost::msgtype::kWarning, "stopped by a signal; the laser is switched off and destroyed");
+    Report(nchost::msgtype::kInformation, "stopped by a signal; the laser is switched off and destroyed");
     return false;
   }
   return allRan;
