@@ -73,4 +73,15 @@ TEST(LaserctlBadInputTest, RepeatedOptionsTakeOneValueAndDebugReachesEveryRoute)
   }
 }
 
+// Texts from files and lasers reach standard error; a terminal must not receive their control bytes raw.
+TEST(LaserctlBadInputTest, ControlBytesInMessagesReachTheTerminalEscaped) {
+  testsupport::TScratchDir scratch;
+  const auto params = scratch.Write("escape.json", R"({"Model": "Evil\u001b[31mRed\u0007"})");
+  const auto run = RunLaserctl({"--params", params, "status"});
+  EXPECT_EQ(run.ExitStatus, 1) << run.Err;
+  EXPECT_NE(run.Err.find("unknown laser model \"Evil\\x1b[31mRed\\x07\""), std::string::npos) << run.Err;
+  EXPECT_EQ(run.Err.find('\x1b'), std::string::npos);
+  EXPECT_EQ(run.Err.find('\x07'), std::string::npos);
+}
+
 }  // namespace

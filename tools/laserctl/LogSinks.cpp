@@ -12,6 +12,25 @@
 namespace laserctl {
 namespace {
 
+// Bytes a laser sent can reach a log line; on a terminal, control bytes would move the cursor or change colours.
+// JSON lines escape them already; text lines show them as \xNN.
+std::string EscapeControlBytes(const std::string& text) {
+  std::string shown;
+  shown.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      shown += c;
+      continue;
+    }
+    static constexpr char kHex[] = "0123456789abcdef";
+    shown += "\\x";
+    shown += kHex[byte >> 4];
+    shown += kHex[byte & 15];
+  }
+  return shown;
+}
+
 // A text line gets the time in front; a JSON line gets it as its first member.
 std::string Stamped(const std::string& line, bool json) {
   const std::string stamp = WallClockStamp();
@@ -30,7 +49,8 @@ class TStampedSink : public refhost::TMessageSink {
 
   void Write(const refhost::TMessageEntry& entry) override {
     if (entry.Type == nchost::msgtype::kTrace && !FTraces) return;
-    const std::string line = Stamped(refhost::FormatLine(entry, FFormat()), FJson) + "\n";
+    const std::string text = refhost::FormatLine(entry, FFormat());
+    const std::string line = Stamped(FJson ? text : EscapeControlBytes(text), FJson) + "\n";
     std::lock_guard lock(FMutex);
     std::fwrite(line.data(), 1, line.size(), stderr);
     if (FFile) {
