@@ -128,7 +128,12 @@ int main(int argc, char** argv) {
       laser->SetAimingOn(on);
       toWire.push_back(Ms(arrivals.WaitFor(command) - start).count());
     }
-    for (int i = 0; i < rounds; ++i) set.push_back(Timed([&] { laser->SetDiodeCurrent(i % 2 == 0 ? 40 : 50); }));
+    int confirmedOnReturn = 0;
+    for (int i = 0; i < rounds; ++i) {
+      const double percent = i % 2 == 0 ? 40 : 50;
+      set.push_back(Timed([&] { laser->SetDiodeCurrent(percent); }));
+      if (laser->Driver()->GetDiodeCurrent() == percent) ++confirmedOnReturn;
+    }
     for (int i = 0; i < rounds; ++i)
       emission.push_back(Timed([&] {
         laser->EmissionOn();
@@ -139,6 +144,7 @@ int main(int argc, char** argv) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     std::printf("device description: %s\n", laser->GetDeviceDesc().c_str());
+    std::printf("sets confirmed by the laser's echo when the call returned: %d of %d\n", confirmedOnReturn, rounds);
     Report("command to wire (SetAimingOn)", toWire);
     Report("acknowledged SetDiodeCurrent", set);
     Report("EmissionOn + EmissionOff", emission);
