@@ -56,21 +56,21 @@ int32_t RemainingMs(Clock::time_point deadline) {
 
 }  // namespace
 
-TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params)
-    : TIPGYLRDriver(params, {kYlrConnectTimeoutMs, &ipg::YlrAlarmTable(), &ipg::YlrWarningTable()}) {}
+TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, TLaserPorts* ports)
+    : TIPGYLRDriver(params, {kYlrConnectTimeoutMs, &ipg::YlrAlarmTable(), &ipg::YlrWarningTable()}, ports) {}
 
-TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation)
+TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation, TLaserPorts* ports)
     : FParams(params),
       FGeneration(generation),
+      FOwnPorts(ports ? nullptr : std::make_unique<TLaserPorts>()),
       FTcpMode(TcpModeFor(params.DefParams.DataTransType)),
       FIgnoreDiodeReply(params.CfgIPG.YLR.IgnoreDiodeReply) {
-  if (auto* app = Host()) {
-    if (FTcpMode) {
-      FTcp = app->CreateTcpClient();
-      FPing = app->CreateIcmpClient();
-    } else {
-      FComm = app->CreateCommCtrl();
-    }
+  TLaserPorts& opener = ports ? *ports : *FOwnPorts;
+  if (FTcpMode) {
+    FTcp = opener.TcpClient();
+    FPing = opener.IcmpClient();
+  } else {
+    FComm = opener.CommCtrl();
   }
   const auto& def = FParams.DefParams;
   if (FTcp) {
@@ -92,7 +92,7 @@ TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& gene
 }
 
 TIPGYLRDriver::~TIPGYLRDriver() {
-  FMonitor.Stop();
+  FMonitor.Close();
   // The ping client's thread may be inside IcmpTimeout: destroying the client waits for it while the driver is
   // still whole. The transports go last.
   std::unique_ptr<nchost::TIcmpClient> ping;
@@ -106,16 +106,21 @@ TIPGYLRDriver::~TIPGYLRDriver() {
   FComm.reset();
 }
 
+void TIPGYLRDriver::Stop() { FMonitor.Close(); }
+
 // ---- link --------------------------------------------------------------------------------------------------------
 
 bool TIPGYLRDriver::LinkReadyLocked() {
+  // A link found down ends the connection: the first reply on the next one tells the operator it is back.
   if (!FTcpMode) {
     const bool open = FComm && FComm->SetActive(true);
+    if (!open) FConnectedOk = false;
     NoteLinkLocked(open);
     return open;
   }
   if (FConnecting || !FTcp || !FTcp->Connected()) {
-    if (!FConnecting) NoteLinkLocked(false);
+    FConnectedOk = false;
+    NoteLinkLocked(false);
     return false;
   }
   NoteLinkLocked(true);
