@@ -515,8 +515,8 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
   EXPECT_TRUE(FEngine.Log().WaitFor("ABN", 5s));
   EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
   EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
-  // The address kept answering the reachability probe, so the link counts as the same one: announced once.
-  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 1u);
+  // The link found down ended the connection: the new one is announced again, once.
+  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 2u);
 }
 
 TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
