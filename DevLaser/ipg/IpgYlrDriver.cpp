@@ -28,6 +28,7 @@ constexpr int32_t kSetterReplyMs = 100;
 constexpr int32_t kSerialPollMs = 50;
 constexpr int32_t kTcpPollMs = 100;
 constexpr size_t kReceiveChunk = 1024;
+constexpr size_t kMaxLateReads = 16;
 constexpr int kUnconfirmedSends = 5;
 constexpr auto kDiodeSendPause = milliseconds(5);
 constexpr uint32_t kConnectedOkColor = 0x808000;
@@ -114,17 +115,31 @@ bool TIPGYLRDriver::LinkReadyLocked() {
   if (!FTcpMode) {
     const bool open = FComm && FComm->SetActive(true);
     if (!open) FConnectedOk = false;
+    NoteLinkLocked(open);
     return open;
   }
   if (FConnecting || !FTcp || !FTcp->Connected()) {
     FConnectedOk = false;
+    NoteLinkLocked(false);
     return false;
   }
+  NoteLinkLocked(true);
   if (FPing && !FPingDelay.IsBusy()) {
     FPingDelay.Delay(kKeepAlivePeriodMs);
     FPing->PingAsync(kKeepAliveTimeoutMs, [this] { IcmpTimeout(); });
   }
   return true;
+}
+
+void TIPGYLRDriver::NoteLinkLocked(bool up) {
+  if (up == FLinkUp) return;
+  FLinkUp = up;
+  ++FConnection;
+  // Replies owed on the old link never come; the laser on the new one may be another.
+  FReplies.Reset();
+  FSerialRead = false;
+  std::lock_guard lock(FSerialLock);
+  FSerialNumber.clear();
 }
 
 bool TIPGYLRDriver::Reconnect() {
@@ -175,15 +190,16 @@ TIPGYLRDriver::TLock TIPGYLRDriver::OpenExchange() {
 
 // ---- exchanges ---------------------------------------------------------------------------------------------------
 
-void TIPGYLRDriver::WriteLocked(const std::string& cmd) {
-  if (cmd.empty()) return;
+uint64_t TIPGYLRDriver::WriteLocked(const std::string& cmd) {
+  if (cmd.empty()) return 0;
   std::string text = ipg::Terminated(cmd);
-  if (!LinkReadyLocked()) return;
+  if (!LinkReadyLocked()) return 0;
   if (GLaserDebugMode()) Trace("PC->Laser:" + ipg::ShowCR(text.substr(0, text.size() - 1)));
   if (FComm)
     FComm->Write(text);
   else
     FTcp->Send(text);
+  return FReplies.Sent(text);
 }
 
 void TIPGYLRDriver::SendCmd(const std::string& cmd) {
@@ -191,65 +207,99 @@ void TIPGYLRDriver::SendCmd(const std::string& cmd) {
   if (auto lock = OpenExchange()) WriteLocked(cmd);
 }
 
-std::string TIPGYLRDriver::ReadReplyLocked(int32_t timeoutMs) {
-  std::string reply;
-  const auto deadline = Clock::now() + milliseconds(std::max(timeoutMs, 0));
+TIPGYLRDriver::TReceived TIPGYLRDriver::ReceiveLocked(Clock::time_point deadline, const TLineTest& done) {
+  TReceived received;
+  auto take = [&](const std::string& chunk) {
+    received.Text += chunk;
+    for (auto& line : AnalyzeLocked(chunk))
+      if (!received.Line && done && done(line)) received.Line = std::move(line.Text);
+  };
+  // Past the deadline only what had already arrived is read; a link that never stops talking cannot hold the
+  // caller beyond this many further reads.
+  size_t lateReads = 0;
   if (FComm) {
-    if (!FComm->GetActive()) return reply;
-    // A serial port cannot be waited on through the host's interface: poll it, briefly, for this exchange only.
-    for (;;) {
+    if (!FComm->GetActive()) return received;
+    // A serial port cannot be waited on through the host's interface: poll it, briefly, for this window only.
+    while (!received.Line) {
       std::string chunk = FComm->Read(kReceiveChunk);
-      reply += chunk;
-      int32_t left = RemainingMs(deadline);
+      const int32_t left = RemainingMs(deadline);
+      if (!chunk.empty()) {
+        take(chunk);
+        if (left <= 0 && ++lateReads > kMaxLateReads) break;
+        continue;
+      }
       if (left <= 0) break;
-      if (chunk.empty()) std::this_thread::sleep_for(milliseconds(std::min(left, 1)));
+      std::this_thread::sleep_for(milliseconds(1));
     }
   } else if (FTcp && !FConnecting) {
-    for (int32_t left = RemainingMs(deadline); left > 0; left = RemainingMs(deadline)) {
+    while (!received.Line) {
+      const int32_t left = RemainingMs(deadline);
       if (!FTcp->WaitForData(left)) break;
       std::string chunk = FTcp->Receive(kReceiveChunk);
       if (chunk.empty()) break;  // the peer has closed the connection
-      reply += chunk;
+      take(chunk);
+      if (left <= 0 && ++lateReads > kMaxLateReads) break;
     }
   }
-  if (!reply.empty()) {
-    AnalyzeResponse(reply);
-    if (!FConnectedOk.exchange(true)) ShowMsg(SLaserConnectedOk, nchost::msgtype::kInformation, kConnectedOkColor);
-  }
-  return reply;
+  if (!received.Text.empty() && !FConnectedOk.exchange(true))
+    ShowMsg(SLaserConnectedOk, nchost::msgtype::kInformation, kConnectedOkColor);
+  return received;
 }
 
 std::string TIPGYLRDriver::ReceiveResponse(int32_t timeoutMs) {
   std::lock_guard lock(FCommLock);
-  return ReadReplyLocked(timeoutMs);
+  return ReceiveLocked(Clock::now() + milliseconds(std::max(timeoutMs, 0))).Text;
+}
+
+std::optional<std::string> TIPGYLRDriver::ExchangeLocked(const std::string& cmd, int32_t timeoutMs) {
+  DrainLocked();
+  const auto deadline = Clock::now() + milliseconds(std::max(timeoutMs, 0));
+  const uint64_t number = WriteLocked(cmd);
+  if (number == 0) return std::nullopt;
+  const std::string mnemonic = ipg::CommandMnemonic(cmd);
+  return ReceiveLocked(deadline,
+                       [&](const TReplyLine& line) {
+                         return ipg::EchoesMnemonic(line.Text, mnemonic) ||
+                                (line.Answers == number && ipg::IsRefusal(line.Text));
+                       })
+      .Line;
 }
 
 std::string TIPGYLRDriver::SendAndReply(const std::string& cmd, int32_t timeoutMs) {
   auto lock = OpenExchange();
   if (!lock) return {};
-  ReadReplyLocked(kDrainMs);
-  WriteLocked(cmd);
-  return ReadReplyLocked(timeoutMs);
+  return ExchangeLocked(cmd, timeoutMs).value_or(std::string());
 }
 
 void TIPGYLRDriver::SendNoReply(const std::string& cmd) {
   auto lock = OpenExchange();
   if (!lock) return;
-  if (!FImmediate) ReadReplyLocked(kDrainMs);
+  if (!FImmediate) DrainLocked();
   WriteLocked(cmd);
 }
 
 void TIPGYLRDriver::AnalyzeResponse(const std::string& text) {
   std::lock_guard lock(FCommLock);
+  AnalyzeLocked(text);
+}
+
+std::vector<TIPGYLRDriver::TReplyLine> TIPGYLRDriver::AnalyzeLocked(const std::string& text) {
   const bool debug = GLaserDebugMode();
   if (debug) {
     Trace("ResponseCache = " + ipg::ShowCR(FCache.Pending()));
     Trace("Response      = " + ipg::ShowCR(text));
   }
   auto result = FCache.Feed(text);
-  for (const auto& line : result.Lines) ApplyLine(line);
+  std::vector<TReplyLine> lines;
+  lines.reserve(result.Lines.size());
+  for (auto& line : result.Lines) {
+    ApplyLine(line);
+    const uint64_t answers = FReplies.Answer(line);
+    lines.push_back({std::move(line), answers});
+  }
   if (result.Overflow) LogMsg(SIPGCommCommunicationException, nchost::msgtype::kLaserLog);
   if (debug) Trace("ResponseCache2 = " + ipg::ShowCR(FCache.Pending()));
+  return lines;
 }
 
 void TIPGYLRDriver::ApplyLine(const std::string& line) {
@@ -281,7 +331,11 @@ void TIPGYLRDriver::ApplyLine(const std::string& line) {
 
 // ---- commands ----------------------------------------------------------------------------------------------------
 
-std::string TIPGYLRDriver::ReadParam(const char* cmd) { return ipg::ExtractParam(SendAndReply(cmd, kReadTimeoutMs)); }
+std::string TIPGYLRDriver::ReadParam(const char* cmd) {
+  // A refusal answers the command too, but carries no value.
+  const std::string line = SendAndReply(cmd, kReadTimeoutMs);
+  return ipg::EchoesMnemonic(line, cmd) ? ipg::ExtractParam(line) : std::string();
+}
 
 void TIPGYLRDriver::ResetErrors() { SendAndReply("RERR", kReadTimeoutMs); }
 
@@ -298,6 +352,28 @@ int32_t TIPGYLRDriver::GetModuleErrorCode() {
 std::string TIPGYLRDriver::GetOutputPower() { return ipg::ShortTextParam(ReadParam("ROP")); }
 std::string TIPGYLRDriver::GetSerialNumber() { return ipg::SerialNumberParam(ReadParam("RSN")); }
 std::string TIPGYLRDriver::GetSoftwareRevision() { return ipg::ShortTextParam(ReadParam("RFV")); }
+
+std::string TIPGYLRDriver::KnownSerialNumber() {
+  if (!FSerialRead.load() && !FSerialWanted.exchange(true)) FMonitor.Wake();
+  std::lock_guard lock(FSerialLock);
+  return FSerialNumber;
+}
+
+void TIPGYLRDriver::ReadSerialNumberOnce() {
+  uint64_t connection = 0;
+  {
+    std::lock_guard lock(FCommLock);
+    if (!FLinkUp) return;  // asked again once the link is up
+    connection = FConnection;
+  }
+  FSerialWanted = false;
+  std::string serial = GetSerialNumber();
+  std::lock_guard lock(FCommLock);
+  if (connection != FConnection) return;  // the link changed meanwhile: that laser's number is not this one's
+  FSerialRead = true;
+  std::lock_guard serialLock(FSerialLock);
+  FSerialNumber = std::move(serial);
+}
 
 void TIPGYLRDriver::SetFilterWndSz(double seconds) {
   if (auto cmd = ipg::FilterWndSzCmd(seconds)) SendNoReply(*cmd);
@@ -340,10 +416,27 @@ void TIPGYLRDriver::SetDiodeCurrent(double percent) {
 
   // The echo is compared with the request, not with the whole percent sent, so a fractional request is never
   // confirmed and ends in the message below; the laser classes rely on that to flag such a set.
-  do {
-    SendAndReply(cmd, kSetterReplyMs);
+  const TLineTest confirming = [&](const TReplyLine& line) {
+    return ipg::EchoesMnemonic(line.Text, "SDC") && confirmed();
+  };
+  for (bool first = true;; first = false) {
+    {
+      auto lock = OpenExchange();
+      if (!lock) break;  // no link: repeating cannot help, and the caller is the host's control thread
+      if (!first) {
+        // An unconfirmed repeat keeps the pace it always had (a pause for late replies before each send), so a
+        // laser that never confirms gets as many sets as it always did; a late confirming echo ends the set here.
+        ReceiveLocked(Clock::now() + milliseconds(kDrainMs), confirming);
+        if (confirmed() || !timeout.IsBusy()) break;
+      }
+      DrainLocked();
+      const auto window = Clock::now() + milliseconds(kSetterReplyMs);
+      if (WriteLocked(cmd) == 0) break;
+      // The window ends at a confirming echo; an echo of another value leaves it open until its end.
+      if (ReceiveLocked(window, confirming).Line) break;
+    }
     std::this_thread::sleep_for(kDiodeSendPause);
-  } while (!confirmed() && timeout.IsBusy());
+  }
   if (!confirmed())
     ShowMsg(Format(SSetDiodeParamsFaild.Text(), FDiodeCurrent.load(), percent), nchost::msgtype::kWarning);
 }
@@ -408,6 +501,8 @@ void TIPGYLRDriver::MonitorLoop(TLaserThread& thread) {
       // Sent without waiting: the reply is parsed by the next exchange's drain.
       SendNoReply("STA");
       connCheck.CheckConnection(CheckConnection());
+      // Read here, once per connection, so that no caller ever waits for it.
+      if (FSerialWanted.load() && FConnectedOk.load()) ReadSerialNumberOnce();
     } catch (const std::exception& e) {
       if (!ReportMonitorException(thread, reportException, e.what())) break;
     } catch (...) {

@@ -5,9 +5,12 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,13 +56,20 @@ class TIPGYLRDriver {
   bool IsConnectedOk() const { return FConnectedOk.load(); }
 
   // ---- exchanges ----
+  // A reply window ends as soon as the laser has answered: at the line that echoes the command's mnemonic, or at a
+  // refusal ("ERR...", "BCMD") that answers it; the time-out is the limit when neither comes. What arrives before
+  // a command is sent is parsed without waiting for more: every reply line names what it reports, so a late reply
+  // (the monitor's "STA", say) updates the same cached value wherever it is read.
+
   // Writes `cmd`, ended by a carriage return, when the link is up.
   void SendCmd(const std::string& cmd);
   // Collects what arrives within `timeoutMs` and parses it; returns the text.
   std::string ReceiveResponse(int32_t timeoutMs);
-  // Drains what is pending (parsed, not returned), sends `cmd` and returns what arrives within `timeoutMs`.
+  // Parses what is pending, sends `cmd` and returns its reply line (the echo or the refusal), empty when none came
+  // within `timeoutMs`.
   std::string SendAndReply(const std::string& cmd, int32_t timeoutMs);
-  // Drains (unless an immediate send is under way) and sends; the reply is parsed by the next exchange's drain.
+  // Parses what is pending (unless an immediate send is under way) and sends; the reply is parsed by a later
+  // exchange.
   void SendNoReply(const std::string& cmd);
   // Feeds received text to the line parser and applies every complete line to the cached values.
   void AnalyzeResponse(const std::string& text);
@@ -91,14 +101,19 @@ class TIPGYLRDriver {
   double GetMinimumCurrent();
   int32_t GetModuleErrorCode();
   std::string GetOutputPower();
+  // Asks the laser (a reply window of up to a second).
   std::string GetSerialNumber();
+  // The serial number read once per connection, never waiting: empty until it is known. The first call on a
+  // connection has the monitor thread read it.
+  std::string KnownSerialNumber();
   std::string GetSoftwareRevision();
 
   // Out-of-range values are not sent.
   void SetFilterWndSz(double seconds);
   void SetPulseRate(int32_t hz);
   void SetPulseWidth(double width);
-  // Sends the current and repeats until the laser echoes it (within 0.05) or DiodeSetTimeOut passes; with
+  // Sends the current and returns once the laser's echo confirms it (within 0.05). Unconfirmed, it repeats at the
+  // pace of a full reply window until DiodeSetTimeOut passes; with the link down it gives up at once. With
   // IgnoreDiodeReply it sends five times without waiting for an echo. Tells the operator about an invalid value
   // and about a set that was never confirmed.
   void SetDiodeCurrent(double percent);
@@ -147,6 +162,7 @@ class TIPGYLRDriver {
 
  private:
   using TLock = std::unique_lock<std::recursive_mutex>;
+  using Clock = std::chrono::steady_clock;
 
   void StartMonitor();
   void MonitorLoop(TLaserThread& thread);
@@ -156,10 +172,33 @@ class TIPGYLRDriver {
   bool LinkReadyLocked();
   // Ping and connect, called without the comm lock while FConnecting keeps every other caller off the client.
   bool Reconnect();
-  void WriteLocked(const std::string& cmd);
-  std::string ReadReplyLocked(int32_t timeoutMs);
+  // Writes under the comm lock; returns the number the reply tracker gave the (last) command, 0 when nothing
+  // was written.
+  uint64_t WriteLocked(const std::string& cmd);
+  struct TReplyLine {
+    std::string Text;
+    uint64_t Answers;  // the command it answers (TReplyTracker), 0 for none
+  };
+  using TLineTest = std::function<bool(const TReplyLine&)>;
+  struct TReceived {
+    std::string Text;                 // everything received
+    std::optional<std::string> Line;  // the line `done` accepted
+  };
+  // Reads and parses what arrives until `deadline`, or until `done` accepts a completed line. A deadline that has
+  // passed reads only what has already arrived.
+  TReceived ReceiveLocked(Clock::time_point deadline, const TLineTest& done = {});
+  // Parses what has already arrived, without waiting.
+  void DrainLocked() { ReceiveLocked(Clock::now()); }
+  // Parses received text, attributes each completed line to its command and applies it; returns the lines.
+  std::vector<TReplyLine> AnalyzeLocked(const std::string& text);
+  // Drains, sends `cmd` and waits up to `timeoutMs` for its reply line.
+  std::optional<std::string> ExchangeLocked(const std::string& cmd, int32_t timeoutMs);
   std::string ReadParam(const char* cmd);
   void ApplyLine(const std::string& line);
+  // Notes whether the link is up; a change begins a new connection, which owes no replies and has its own serial
+  // number.
+  void NoteLinkLocked(bool up);
+  void ReadSerialNumberOnce();
   bool DiodeCurrentChecked(double percent);
 
   const TLaserParams FParams;
@@ -175,7 +214,10 @@ class TIPGYLRDriver {
   std::unique_ptr<nchost::TIcmpClient> FPing;
   nchost::TDelayRec FPingDelay;
   ipg::TReplyCache FCache;
+  ipg::TReplyTracker FReplies;
   bool FConnecting = false;
+  bool FLinkUp = false;
+  uint64_t FConnection = 0;  // counts the links brought up
   std::string FLastErrorLine;
   nchost::TDelayRec FErrorLogDelay;
 
@@ -189,6 +231,12 @@ class TIPGYLRDriver {
   std::atomic<bool> FConnectedOk{false};
   std::atomic<bool> FQcw{false};
   std::atomic<bool> FImmediate{false};
+
+  // The serial number of the current connection.
+  std::mutex FSerialLock;
+  std::string FSerialNumber;               // guarded by FSerialLock
+  std::atomic<bool> FSerialWanted{false};  // someone asked for it; the monitor reads it
+  std::atomic<bool> FSerialRead{false};    // read (or tried) on this connection
 
   TLaserThread FMonitor{kMonThreadName};
 };

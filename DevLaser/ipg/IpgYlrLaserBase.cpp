@@ -59,7 +59,8 @@ std::string TIPGYLRLaserBase::DeviceName() { return FParams.Model; }
 std::string TIPGYLRLaserBase::GetDeviceDesc() {
   std::string desc = DeviceName();
   if (LinkUsable()) {
-    std::string serial = FDriver->GetSerialNumber();
+    // Never the link: the driver reads the number once per connection on its own thread.
+    std::string serial = FDriver->KnownSerialNumber();
     if (!serial.empty()) desc += " SN: " + serial;
   }
   return desc;

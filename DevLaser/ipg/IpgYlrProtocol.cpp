@@ -146,6 +146,66 @@ TReplyCache::TResult TReplyCache::Feed(std::string_view text) {
   return result;
 }
 
+// ---- which command a reply answers ---------------------------------------------------------------------------------
+
+namespace {
+
+char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+bool SameTextAscii(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (Upper(a[i]) != Upper(b[i])) return false;
+  return true;
+}
+
+}  // namespace
+
+std::string CommandMnemonic(std::string_view cmd) {
+  cmd = Trim(cmd);
+  std::string mnemonic;
+  for (char c : cmd) {
+    if (IsBlank(c)) break;
+    mnemonic += Upper(c);
+  }
+  return mnemonic;
+}
+
+bool EchoesMnemonic(std::string_view line, std::string_view mnemonic) {
+  if (mnemonic.empty()) return false;
+  return SameTextAscii(Trim(line.substr(0, line.find(':'))), mnemonic);
+}
+
+bool IsRefusal(std::string_view line) { return ClassifyLine(line) == ELineKind::Error || Contains(line, "BCMD"); }
+
+uint64_t TReplyTracker::Sent(std::string_view text) {
+  uint64_t last = 0;
+  while (!text.empty()) {
+    const size_t end = text.find('\r');
+    std::string mnemonic = CommandMnemonic(text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    if (mnemonic.empty()) continue;
+    last = FNext++;
+    FOwed.push_back({last, std::move(mnemonic)});
+    if (FOwed.size() > kMaxOwed) FOwed.pop_front();
+  }
+  return last;
+}
+
+uint64_t TReplyTracker::Answer(std::string_view line) {
+  if (FOwed.empty() || Trim(line).empty()) return 0;
+  auto answered = FOwed.begin();
+  for (auto it = FOwed.begin(); it != FOwed.end(); ++it) {
+    if (EchoesMnemonic(line, it->Mnemonic)) {
+      answered = it;
+      break;
+    }
+  }
+  const uint64_t number = answered->Number;
+  FOwed.erase(FOwed.begin(), answered + 1);
+  return number;
+}
+
 std::string ShowCR(std::string_view text) {
   std::string out;
   out.reserve(text.size());

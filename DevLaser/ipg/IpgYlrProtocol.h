@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <initializer_list>
 #include <map>
 #include <optional>
@@ -101,6 +102,43 @@ class TReplyCache {
 
  private:
   std::string FCache;
+};
+
+// ---- which command a reply answers ---------------------------------------------------------------------------------
+
+// The mnemonic of a command ("SDC 40" -> "SDC"), upper case; empty for an empty command.
+std::string CommandMnemonic(std::string_view cmd);
+// Whether a reply line echoes `mnemonic`: the text before its ':' (the whole line without one) is that mnemonic,
+// in any case and between blanks. "SDC: 40.0" echoes "SDC", "EMON" echoes "EMON", "RSN: 1" does not echo "RS".
+bool EchoesMnemonic(std::string_view line, std::string_view mnemonic);
+// A refusal: an error line or "BCMD" (a command the laser does not know). Neither names the refused command.
+bool IsRefusal(std::string_view line);
+
+// Which written command each reply line answers. The laser answers every command with one line, in order, and
+// most replies echo their mnemonic: a line that echoes a command still owed answers that command (those owed
+// before it lost their replies), and any other line (a refusal, say) answers the oldest command owed.
+class TReplyTracker {
+ public:
+  // Replies owed beyond this many are forgotten, oldest first: a laser that stopped answering owes no history.
+  static constexpr size_t kMaxOwed = 64;
+
+  // Notes the commands of one write (several when separated by carriage returns); returns the number given to
+  // its last command, 0 when it held none. Numbers start at 1 and only grow.
+  uint64_t Sent(std::string_view text);
+  // Attributes one reply line; returns the number of the command it answers, 0 when none was owed or the line
+  // is blank.
+  uint64_t Answer(std::string_view line);
+  // Forgets every reply owed (a new connection owes none).
+  void Reset() { FOwed.clear(); }
+  size_t Owed() const { return FOwed.size(); }
+
+ private:
+  struct TOwed {
+    uint64_t Number;
+    std::string Mnemonic;
+  };
+  std::deque<TOwed> FOwed;
+  uint64_t FNext = 1;
 };
 
 // Shows carriage returns as "#13" in trace lines.

@@ -6,7 +6,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "refhost/transport/Sockets.h"
 #include "sim/common/FdIo.h"
@@ -72,9 +74,70 @@ void TIpgYlrTcpServer::Stop() {
 }
 
 struct TIpgYlrTcpServer::TClient {
+  // Something to send when it is due. A reply in pieces stays first in the queue until its last piece is out, so
+  // that nothing is ever sent into the middle of a line.
+  struct TOutgoing {
+    TClock::time_point Due;
+    std::string Bytes;  // empty for a stray status line until it is sent: it reports the status of that moment
+    bool Stray = false;
+    size_t Sent = 0;
+    size_t PieceBytes = 0;
+    std::chrono::milliseconds PieceGap{0};
+  };
   TUniqueFd Fd;
   TIpgYlrEngine::TInput Input;
+  std::vector<TOutgoing> Queue;  // ordered by Due; equal times keep their order
 };
+
+void TIpgYlrTcpServer::SetLinkShape(const TLinkShape& shape) {
+  std::lock_guard lock(FShapeMutex);
+  FShape = shape;
+}
+
+void TIpgYlrTcpServer::QueueShaped(TClient& client, const std::string& replies, const TLinkShape& shape) {
+  auto& queue = client.Queue;
+  auto insert = [&queue](TClient::TOutgoing item) {
+    const auto from = queue.begin() + (!queue.empty() && queue.front().Sent > 0 ? 1 : 0);
+    const auto at = std::upper_bound(from, queue.end(), item.Due,
+                                     [](TClock::time_point t, const auto& queued) { return t < queued.Due; });
+    queue.insert(at, std::move(item));
+  };
+  // Replies never overtake each other.
+  TClock::time_point due = TClock::now() + shape.ReplyDelay;
+  for (const auto& queued : queue)
+    if (!queued.Stray) due = std::max(due, queued.Due);
+  insert({due, replies, false, 0, shape.PieceBytes, shape.PieceGap});
+  if (shape.StrayStatusAfter.count() > 0) insert({due + shape.StrayStatusAfter, {}, true, 0, 0, {}});
+}
+
+bool TIpgYlrTcpServer::SendDue(TServiceThread& thread, TClient& client) {
+  auto& queue = client.Queue;
+  while (!queue.empty() && queue.front().Due <= TClock::now()) {
+    auto& item = queue.front();
+    if (item.Stray && item.Bytes.empty()) item.Bytes = "STA: " + std::to_string(FEngine.StatusWord()) + "\r";
+    const size_t left = item.Bytes.size() - item.Sent;
+    const size_t count = item.PieceBytes > 0 ? std::min(item.PieceBytes, left) : left;
+    if (!WriteAll(client.Fd.Get(), std::string_view(item.Bytes).substr(item.Sent, count), thread.WakeFd(), true))
+      return false;
+    item.Sent += count;
+    if (item.Sent < item.Bytes.size()) {
+      item.Due = TClock::now() + item.PieceGap;
+      break;
+    }
+    queue.erase(queue.begin());
+  }
+  return true;
+}
+
+int TIpgYlrTcpServer::NextDueMs(const std::vector<TClient>& clients) {
+  // Only the first item of each queue can be next: the others wait behind it.
+  std::optional<TClock::time_point> first;
+  for (const auto& client : clients)
+    if (!client.Queue.empty() && (!first || client.Queue.front().Due < *first)) first = client.Queue.front().Due;
+  if (!first) return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*first - TClock::now()).count();
+  return static_cast<int>(std::clamp<int64_t>(left, 0, 60000));
+}
 
 void TIpgYlrTcpServer::AcceptClient(std::vector<TClient>& clients) {
   TUniqueFd accepted(::accept4(FListener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
@@ -87,7 +150,7 @@ void TIpgYlrTcpServer::AcceptClient(std::vector<TClient>& clients) {
   // few thousand replies, as a real command channel would, instead of after megabytes.
   const int sendBuffer = 64 * 1024;
   ::setsockopt(accepted.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
-  clients.push_back({std::move(accepted), {}});
+  clients.push_back({std::move(accepted), {}, {}});
 }
 
 bool TIpgYlrTcpServer::ServeClient(TServiceThread& thread, TClient& client) {
@@ -96,7 +159,15 @@ bool TIpgYlrTcpServer::ServeClient(TServiceThread& thread, TClient& client) {
   if (result == TReadResult::Closed) return false;
   if (result != TReadResult::Data) return true;
   const std::string replies = FEngine.Feed(client.Input, received);
-  return replies.empty() || WriteAll(client.Fd.Get(), replies, thread.WakeFd(), true);
+  if (replies.empty()) return true;
+  TLinkShape shape;
+  {
+    std::lock_guard lock(FShapeMutex);
+    shape = FShape;
+  }
+  if (!shape.Shaped() && client.Queue.empty()) return WriteAll(client.Fd.Get(), replies, thread.WakeFd(), true);
+  QueueShaped(client, replies, shape);
+  return true;
 }
 
 void TIpgYlrTcpServer::Serve(TServiceThread& thread) {
@@ -106,7 +177,7 @@ void TIpgYlrTcpServer::Serve(TServiceThread& thread) {
     FOpen.store(clients.size(), std::memory_order_release);
     fds.assign({{thread.WakeFd(), POLLIN, 0}, {FListener.Get(), POLLIN, 0}});
     for (const auto& client : clients) fds.push_back({client.Fd.Get(), POLLIN, 0});
-    if (::poll(fds.data(), fds.size(), -1) < 0) {
+    if (::poll(fds.data(), fds.size(), NextDueMs(clients)) < 0) {
       if (errno == EINTR) continue;
       break;
     }
@@ -115,7 +186,7 @@ void TIpgYlrTcpServer::Serve(TServiceThread& thread) {
     std::vector<TClient> open;
     open.reserve(clients.size() + 1);
     for (size_t i = 0; i < clients.size(); ++i) {
-      if (fds[i + 2].revents == 0 || ServeClient(thread, clients[i])) {
+      if ((fds[i + 2].revents == 0 || ServeClient(thread, clients[i])) && SendDue(thread, clients[i])) {
         open.push_back(std::move(clients[i]));
       } else if (thread.StopRequested()) {
         break;

@@ -9,11 +9,17 @@
 // The listener uses SO_REUSEADDR, so a stopped server can be started again on the same address at once. The
 // engine is not owned and must outlive the server; its state survives a stop and start, like a laser whose network
 // link was cut.
+//
+// For tests of a driver's reply handling the link can be made slow or choppy (TLinkShape): every reply held back
+// for a while, sent in pieces of a few bytes, or followed some time later by an unrequested status line, as a laser
+// whose controller answers late would send.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -30,6 +36,16 @@ class TIpgYlrTcpServer {
  public:
   static constexpr uint16_t kDefaultPort = 10001;
   static constexpr size_t kMaxClients = 8;
+
+  // How replies travel; the default sends each one at once and whole.
+  struct TLinkShape {
+    std::chrono::milliseconds ReplyDelay{0};  // every reply is sent this long after its command arrived
+    size_t PieceBytes = 0;                    // > 0: replies go out in pieces of this many bytes ...
+    std::chrono::milliseconds PieceGap{1};    // ... this far apart
+    // > 0: this long after each reply, an unrequested "STA: <status word>" line follows.
+    std::chrono::milliseconds StrayStatusAfter{0};
+    bool Shaped() const { return ReplyDelay.count() > 0 || PieceBytes > 0 || StrayStatusAfter.count() > 0; }
+  };
 
   explicit TIpgYlrTcpServer(TIpgYlrEngine& engine);
   ~TIpgYlrTcpServer();
@@ -50,10 +66,19 @@ class TIpgYlrTcpServer {
   size_t AcceptedConnections() const { return FAccepted.load(std::memory_order_acquire); }
   // Connections open now.
   size_t OpenConnections() const { return FOpen.load(std::memory_order_acquire); }
+  // Applies to replies to commands received from now on.
+  void SetLinkShape(const TLinkShape& shape);
 
  private:
   struct TClient;
+  using TClock = std::chrono::steady_clock;
   void Serve(TServiceThread& thread);
+  // Queues shaped replies on `client`; false when the connection is to be closed.
+  void QueueShaped(TClient& client, const std::string& replies, const TLinkShape& shape);
+  // Sends what is due; false when the connection is to be closed.
+  bool SendDue(TServiceThread& thread, TClient& client);
+  // Milliseconds until the first queued item of any client is due; -1 when none is queued.
+  static int NextDueMs(const std::vector<TClient>& clients);
   void AcceptClient(std::vector<TClient>& clients);
   // Reads what `client` sent and answers it; false when the connection is to be closed.
   bool ServeClient(TServiceThread& thread, TClient& client);
@@ -64,6 +89,8 @@ class TIpgYlrTcpServer {
   std::string FLastError;
   std::atomic<size_t> FAccepted{0};
   std::atomic<size_t> FOpen{0};
+  mutable std::mutex FShapeMutex;
+  TLinkShape FShape;  // guarded by FShapeMutex
   TServiceThread FThread;
 };
 

@@ -88,6 +88,25 @@ TEST(IpgSimTcpServer, ServesSeveralClientsAtOnceEachWithItsOwnCommandFraming) {
   EXPECT_EQ(ReadLines(second.Get(), 1), "STA: " + std::to_string(ipgylr::kAimingBeam) + "\r");
 }
 
+TEST(IpgSimTcpServer, ShapedLinkDelaysRepliesSendsThemInPiecesAndAddsStrayStatusLines) {
+  TIpgYlrEngine engine;
+  TIpgYlrTcpServer server(engine);
+  ASSERT_TRUE(server.Start("127.0.0.35", 0)) << server.LastError();
+  server.SetLinkShape({.ReplyDelay = 200ms, .PieceBytes = 1, .PieceGap = 1ms, .StrayStatusAfter = 5ms});
+  TUniqueFd client = Connect("127.0.0.35", server.Port());
+  ASSERT_TRUE(client.Valid());
+  const auto start = std::chrono::steady_clock::now();
+  SendText(client.Get(), "SDC 40\rEMON\r");
+  EXPECT_EQ(ReadLines(client.Get(), 1, '\r', 100ms), "") << "nothing before the delay";
+  // The stray line follows the replies and reports the status of the moment it is sent.
+  EXPECT_EQ(ReadLines(client.Get(), 3), "SDC: 40.0\rEMON\rSTA: 4\r");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 200ms);
+
+  server.SetLinkShape({});
+  SendText(client.Get(), "RCS\r");
+  EXPECT_EQ(ReadLines(client.Get(), 1), "RCS: 40.0\r");
+}
+
 TEST(IpgSimTcpServer, StopsAtOnceWhileAClientFloodsCommandsWithoutReading) {
   TIpgYlrEngine engine;
   TIpgYlrTcpServer server(engine);

@@ -56,6 +56,54 @@ TEST(IpgYlrReplies, ParametersLineKindsAndNumbers) {
   EXPECT_EQ(SerialNumberParam("PLC-12345"), "");
 }
 
+TEST(IpgYlrReplies, AReplyEchoesItsCommandsMnemonicOnly) {
+  EXPECT_EQ(CommandMnemonic(" sdc 40"), "SDC");
+  EXPECT_EQ(CommandMnemonic("EMON"), "EMON");
+  EXPECT_TRUE(EchoesMnemonic("SDC: 40.0", "SDC"));
+  EXPECT_TRUE(EchoesMnemonic("\nrsn : 12345", "RSN"));  // a line feed left from the previous line, any case
+  EXPECT_TRUE(EchoesMnemonic("EMON", "EMON"));
+  EXPECT_FALSE(EchoesMnemonic("RSN: 1", "RS"));
+  EXPECT_FALSE(EchoesMnemonic("STA: 4", "RSN"));
+  EXPECT_FALSE(EchoesMnemonic("ERR: SDC out of range", "SDC"));  // a refusal is no echo, whatever it mentions
+  EXPECT_FALSE(EchoesMnemonic("SDC: 40.0", ""));
+  EXPECT_TRUE(IsRefusal("ERR: Emission is on"));
+  EXPECT_TRUE(IsRefusal("BCMD"));
+  EXPECT_FALSE(IsRefusal("SDC: 40.0"));
+}
+
+// The laser answers in order, one line per command; replies that never came must not make later ones look like
+// answers to the wrong command.
+TEST(IpgYlrReplyTracker, AttributesEachLineToTheCommandItAnswers) {
+  TReplyTracker tracker;
+  EXPECT_EQ(tracker.Answer("STA: 4"), 0u) << "nothing owed";
+  const uint64_t dec = tracker.Sent("DEC\r");
+  const uint64_t sta = tracker.Sent("EMON\rSTA\r");  // two commands in one write
+  const uint64_t sdc = tracker.Sent("SDC 40\r");
+  EXPECT_EQ(tracker.Owed(), 4u);
+  EXPECT_EQ(tracker.Answer("ERR: Emission is on"), dec) << "a refusal answers the oldest command owed";
+  EXPECT_EQ(tracker.Answer("   "), 0u) << "blank lines answer nothing";
+  // EMON's reply was lost: the status echo answers STA and EMON is owed no longer.
+  EXPECT_EQ(tracker.Answer("STA: 4100"), sta);
+  EXPECT_EQ(tracker.Answer("BCMD"), sdc);
+  EXPECT_EQ(tracker.Owed(), 0u);
+
+  // Two owed with the same mnemonic: the echo answers the older.
+  const uint64_t first = tracker.Sent("RSN");
+  const uint64_t second = tracker.Sent("RSN");
+  EXPECT_EQ(tracker.Answer("RSN: 12345"), first);
+  EXPECT_EQ(tracker.Answer("RSN: 12345"), second);
+
+  // A laser that stopped answering: only the latest commands stay owed.
+  for (size_t i = 0; i < TReplyTracker::kMaxOwed + 10; ++i) tracker.Sent("STA");
+  EXPECT_EQ(tracker.Owed(), TReplyTracker::kMaxOwed);
+  const uint64_t last = tracker.Sent("RFV");
+  EXPECT_EQ(tracker.Answer("RFV: 1.2.3"), last);
+  EXPECT_EQ(tracker.Owed(), 0u);
+  tracker.Sent("STA");
+  tracker.Reset();
+  EXPECT_EQ(tracker.Answer("STA: 4"), 0u);
+}
+
 TEST(IpgYlrStatus, StatusBitKeepsItsTwoAsymmetriesAndUnknownStatusHasNoBits) {
   EXPECT_FALSE(StatusBit(0x80000000u, 31));   // bit 31 makes the signed word negative
   EXPECT_FALSE(StatusBit(0x80000000u, -31));  // negative n asks for a clear bit, and 31 is set
