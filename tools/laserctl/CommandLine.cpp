@@ -4,6 +4,8 @@
 #include <charconv>
 #include <iostream>
 
+#include "IoBackend.h"
+
 namespace laserctl {
 namespace {
 
@@ -88,6 +90,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   std::vector<std::string> inputs;
   app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
       ->type_name("N=0|1");
+  app.add_option("--io", options.Io,
+                 "The IO extension: sim (simulated, the default) or a Modbus TCP IO module, "
+                 "modbus-tcp://HOST[:PORT][?unit=N&scan-ms=M&map=FILE]")
+      ->type_name("URI");
   app.add_flag("--sim", options.Sim,
                "Start the simulator that matches the configured laser's protocol and connect the laser to it");
   app.add_flag("--json", options.Json, "One JSON object per line on stdout");
@@ -98,6 +104,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   } catch (const CLI::ParseError& e) {
     const int status = app.exit(e);
     return status == 0 ? kExitOk : kExitSetupFailed;
+  }
+  if (std::string error; !CheckIoUri(options.Io, error)) {
+    std::cerr << "laserctl: " << error << '\n';
+    return kExitSetupFailed;
   }
   for (const auto& text : inputs) {
     TInputSetting setting;

@@ -28,6 +28,7 @@ struct TOptions {
   std::string HostDir;
   std::string LocaleFile;
   std::vector<TInputSetting> Inputs;
+  std::string Io = "sim";  // the IO extension: sim, or a modbus-tcp:// address
   bool Sim = false;
   bool Json = false;
   bool Debug = false;
