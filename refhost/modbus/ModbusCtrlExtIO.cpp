@@ -57,7 +57,7 @@ class TModbusCtrlExtIO::TImpl {
     if (outcome.Result == TImageWrite::Disconnected && outcome.DroppedSinceLoss == 1)
       Log(nchost::msgtype::kWarning, "IO module " + Options.Address() + " is not connected: " +
                                          Describe(Image.Map().Points[static_cast<size_t>(point)]) +
-                                         " was not sent; writes are dropped until the module answers again");
+                                         " was not sent; writes are dropped while the link is down");
     if (outcome.Result == TImageWrite::Queued && outcome.Clamped) {
       const TModbusPoint& p = Image.Map().Points[static_cast<size_t>(point)];
       Log(nchost::msgtype::kWarning, Describe(p) + ": " + Number(value) + " does not fit the register at scale " +

@@ -1,12 +1,14 @@
 // modbussim: a Modbus TCP IO module for driving a hard-wired laser without hardware. It serves 256 coils and
-// holding registers and 64 discrete inputs and input registers, prints every write, and runs until SIGINT or
-// SIGTERM.
+// holding registers and 64 discrete inputs and input registers, prints every write with the time since its
+// start, and runs until SIGINT or SIGTERM.
 //
 //   modbussim --listen 127.0.0.1:1502 --input 3=1 --input-register 0=4500
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
+#include <iomanip>
 #include <iostream>
 #include <string>
 #include <vector>

@@ -103,7 +103,7 @@ TEST_F(ModbusIOTest, DefaultLaserRaisesReadyThenGateAndSetsPeakPowerInMillivolts
   EXPECT_LT(gate->Time - ready->Time, 1000ms);
   EXPECT_EQ(gate->Unit, 1);
   EXPECT_TRUE(FModule.Coil(kReady));
-  EXPECT_TRUE(FLaser->GetIsEmissionOn());
+  EXPECT_TRUE(Eventually([&] { return FLaser->GetIsEmissionOn(); }));
 
   FLaser->SetDiodeCurrent(60);
   EXPECT_TRUE(ModuleHolds([](auto& m) { return m.HoldingRegister(1) == 6000; })) << FModule.HoldingRegister(1);
@@ -183,7 +183,7 @@ TEST_F(ModbusIOTest, ModuleVanishingDuringEmissionIsToldOnceAndNothingComesBackO
   FModule.ClearTables();
   std::string error;
   ASSERT_TRUE(FModule.Start(FAddress, kModulePort, error)) << error;
-  ASSERT_TRUE(FSink->WaitForText("answers again", 5s));
+  ASSERT_TRUE(FSink->WaitForText("IO module " + FAddress + ":15020 unit 1 answers again", 5s));
   const auto back = Clock::now();
   const int replies = FModule.Replies();
   ASSERT_TRUE(ModuleHolds([&](auto& m) { return m.Replies() > replies + 20; }));  // many scans later

@@ -227,8 +227,12 @@ TEST(ModbusImageTest, RefusedWritesLinkLossAndScaling) {
   EXPECT_TRUE(image.TakePendingWrites().empty()) << "each write goes out once";
   for (const auto& w : pending) {
     const TModbusPoint& p = image.Map().Points[w.Point];
-    if (p.Role == TIORole::DA && p.Port == 1) EXPECT_EQ(w.Raw, 6000);
-    if (p.Role == TIORole::PwmRatio) EXPECT_EQ(w.Raw, 2500);
+    if (p.Role == TIORole::DA && p.Port == 1) {
+      EXPECT_EQ(w.Raw, 6000);
+    }
+    if (p.Role == TIORole::PwmRatio) {
+      EXPECT_EQ(w.Raw, 2500);
+    }
     image.WriteDone(w, !(p.Role == TIORole::Output && p.Port == 5));  // the module refuses output 5
   }
   EXPECT_FALSE(image.Read(TIORole::Output, 5)) << "a refused output reads as the module still holds it";
