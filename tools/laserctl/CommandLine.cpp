@@ -10,7 +10,8 @@ namespace laserctl {
 namespace {
 
 constexpr const char* kDescription =
-    "laserctl: drives a laser through the laser plug-in, as a controller would, on a simulated IO extension.\n"
+    "laserctl: drives a laser through the laser plug-in, as a controller would, on a simulated IO extension or\n"
+    "a Modbus TCP IO module (--io).\n"
     "Operator messages, log lines and every write to the IO extension (\"SetOutputbit: 5, True\") go to standard\n"
     "error; command results go to standard output.";
 
