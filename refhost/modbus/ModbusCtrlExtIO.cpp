@@ -165,8 +165,9 @@ class TModbusCtrlExtIO::TImpl {
 
   void Scan(std::stop_token stop) {
     ::pthread_setname_np(::pthread_self(), "ModbusScan");
+    // Waits between scans and reconnection attempts; only a stop ends them early.
     std::mutex waitMutex;
-    std::condition_variable_any backOff;
+    std::condition_variable_any scanTimer;
     auto retry = Options.RetryFirst;
     std::string error;
     while (!stop.stop_requested()) {
@@ -174,17 +175,19 @@ class TModbusCtrlExtIO::TImpl {
         if (!BringUp(error)) {
           LinkLost(error);
           std::unique_lock lock(waitMutex);
-          backOff.wait_for(lock, stop, retry, [] { return false; });
+          scanTimer.wait_for(lock, stop, retry, [] { return false; });
           retry = std::min(retry * 2, Options.RetryLongest);
           continue;
         }
         retry = Options.RetryFirst;
       }
       const auto nextScan = TModbusImage::Clock::now() + Options.ScanPeriod;
-      bool up = Flush(error) && ReadInputs(error);
-      // Until the next scan, writes go out as soon as the host makes them.
-      while (up && Image.WaitForWrites(stop, nextScan)) up = Flush(error);
-      if (!up) LinkLost(error);
+      if (!Flush(error) || !ReadInputs(error)) {
+        LinkLost(error);
+        continue;
+      }
+      std::unique_lock lock(waitMutex);
+      scanTimer.wait_until(lock, stop, nextScan, [] { return false; });
     }
     SafeShutdown();
   }

@@ -60,7 +60,6 @@ TModbusImage::TWriteOutcome TModbusImage::Write(TIORole role, uint8_t port, doub
     slot.Dirty = true;
     FAnyDirty = true;
   }
-  FWritten.notify_one();
   outcome.Result = TImageWrite::Queued;
   return outcome;
 }
@@ -80,7 +79,6 @@ TImageWrite TModbusImage::AllOutputsOff() {
       FAnyDirty = true;
     }
   }
-  FWritten.notify_one();
   return TImageWrite::Queued;
 }
 
@@ -141,11 +139,6 @@ bool TModbusImage::Connected() const {
 void TModbusImage::Close() {
   std::lock_guard lock(FMutex);
   FClosed = true;
-}
-
-bool TModbusImage::WaitForWrites(std::stop_token stop, Clock::time_point deadline) {
-  std::unique_lock lock(FMutex);
-  return FWritten.wait_until(lock, stop, deadline, [&] { return FAnyDirty; });
 }
 
 }  // namespace refhost

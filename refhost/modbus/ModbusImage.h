@@ -1,14 +1,13 @@
 // The process image of a Modbus IO module: the value of every mapped point as the host sees it, the writes not
 // yet sent, and whether the module is connected. The host's calls and the scan thread meet only here, under one
-// lock that is never held across network traffic.
+// lock that is never held across network traffic. A host call does not wake the scan thread: waking it would let
+// the scheduler run the scan thread in the caller's place, so a write waits for the next scan instead.
 #pragma once
 
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <stop_token>
 #include <vector>
 
 #include "refhost/modbus/ModbusMap.h"
@@ -67,8 +66,6 @@ class TModbusImage {
   bool Connected() const;
   // No write is taken any more (the IO extension is stopping).
   void Close();
-  // Waits until a write is queued, `deadline` passes or a stop is requested; true when writes are queued.
-  bool WaitForWrites(std::stop_token stop, Clock::time_point deadline);
 
  private:
   struct TSlot {
@@ -83,7 +80,6 @@ class TModbusImage {
   std::array<std::array<int, 256>, kIORoleCount> FIndex;
 
   mutable std::mutex FMutex;
-  std::condition_variable_any FWritten;
   std::vector<TSlot> FSlots;  // one per map point
   bool FAnyDirty = false;
   bool FConnected = false;

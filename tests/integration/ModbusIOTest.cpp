@@ -151,7 +151,8 @@ TEST_F(ModbusIOTest, ImageFollowsTheModulesInputsAndCarriesPwmAndAnalogueWrites)
 
 TEST_F(ModbusIOTest, WriteTheModuleRefusesIsLoggedWithItsPortAndTheLinkStays) {
   refhost::TModbusMap map = refhost::TModbusMap::Default();
-  map.Points.push_back({refhost::TIORole::Output, 20, TModbusTable::Coil, 300, 1});  // the module has 256 coils
+  map.Points.push_back({refhost::TIORole::Output, 20, TModbusTable::Coil, 300, 1});          // the module has 256 coils
+  map.Points.push_back({refhost::TIORole::Input, 20, TModbusTable::DiscreteInput, 100, 1});  // and 64 inputs
   Open("127.0.17.4", map);
   FModbus->SetOutputbit(20, true);
   EXPECT_TRUE(FSink->WaitForText("refused SetOutputbit 20 (coil 300)", 5s));
@@ -159,6 +160,11 @@ TEST_F(ModbusIOTest, WriteTheModuleRefusesIsLoggedWithItsPortAndTheLinkStays) {
   FModbus->SetOutputbit(3, true);
   EXPECT_TRUE(ModuleHolds([](auto& m) { return m.Coil(3); }));
   EXPECT_EQ(MessagesAbout(FAddress), 0u) << "a refusal is no lost link";
+
+  // A read the module refuses is logged once, not every scan, and the other inputs are still read.
+  FModule.SetDiscreteInput(2, true);
+  EXPECT_TRUE(Eventually([&] { return FModbus->GetInputBit(2); }));
+  EXPECT_EQ(FSink->Count(refhost::TRecordingSink::TextContains("refused to read discrete_input 100..100")), 1u);
 }
 
 // The module killed during emission and started again, with its tables cleared as after a power cycle.
