@@ -4,11 +4,14 @@
 #include <charconv>
 #include <iostream>
 
+#include "IoBackend.h"
+
 namespace laserctl {
 namespace {
 
 constexpr const char* kDescription =
-    "laserctl: drives a laser through the laser plug-in, as a controller would, on a simulated IO extension.\n"
+    "laserctl: drives a laser through the laser plug-in, as a controller would, on a simulated IO extension or\n"
+    "a Modbus TCP IO module (--io).\n"
     "Operator messages, log lines and every write to the IO extension (\"SetOutputbit: 5, True\") go to standard\n"
     "error; command results go to standard output.";
 
@@ -98,6 +101,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
       ->type_name("N=0|1")
       ->allow_extra_args(false);
+  app.add_option("--io", options.Io,
+                 "The IO extension: sim (simulated, the default) or a Modbus TCP IO module, "
+                 "modbus-tcp://HOST[:PORT][?unit=N&scan-ms=M&map=FILE]")
+      ->type_name("URI");
   app.add_flag("--sim", options.Sim,
                "Start the simulator that matches the configured laser's protocol and connect the laser to it");
   app.add_flag("--json", options.Json, "One JSON object per line on stdout");
@@ -115,6 +122,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   } catch (const CLI::ParseError& e) {
     const int status = app.exit(e);
     return status == 0 ? kExitOk : kExitSetupFailed;
+  }
+  if (std::string error; !CheckIoUri(options.Io, error)) {
+    std::cerr << "laserctl: " << error << '\n';
+    return kExitSetupFailed;
   }
   for (const auto& text : inputs) {
     TInputSetting setting;

@@ -31,6 +31,7 @@ struct TOptions {
   std::string LocaleFile;
   std::string LogFile;  // --log-file: a copy of every message line
   std::vector<TInputSetting> Inputs;
+  std::string Io = "sim";  // the IO extension: sim, or a modbus-tcp:// address
   bool Sim = false;
   bool Json = false;
   bool Debug = false;

@@ -5,6 +5,7 @@
 
 #include "CommandRunner.h"
 #include "ConfigFile.h"
+#include "IoBackend.h"
 #include "LocaleChoice.h"
 #include "LogSinks.h"
 #include "ParamsJson.h"
@@ -59,6 +60,7 @@ bool TSession::SetUpHost() {
   FApp.SetTransports(FTransports);
   if (!FOptions.HostDir.empty()) FApp.SetExeDir(FOptions.HostDir);
 
+  if (FOptions.Io != kSimIo) return SetUpModbusIo();
   FIO = std::make_shared<refhost::TSimCtrlExtIO>();
   FIO->SetPrintSink(FSink, "IO");
   for (const auto& input : FOptions.Inputs) {
@@ -70,6 +72,28 @@ bool TSession::SetUpHost() {
     FIO->SetInput(input.Port, input.Value);
   }
   return true;
+}
+
+bool TSession::SetUpModbusIo() {
+  if (!FOptions.Inputs.empty()) {
+    Report(nchost::msgtype::kError,
+           "--input sets inputs of the simulated IO extension; an IO module's inputs are "
+           "read from the module");
+    return false;
+  }
+  std::string error;
+  FModbusIO = OpenModbusIo(FOptions.Io, FSink, FSink, error);
+  if (!FModbusIO) {
+    Report(nchost::msgtype::kError, error);
+    return false;
+  }
+  Report(nchost::msgtype::kInformation, "IO extension: Modbus TCP IO module " + FModbusIO->Options().Address());
+  return true;
+}
+
+std::shared_ptr<nchost::ICtrlExtIO> TSession::LaserIO() const {
+  if (FModbusIO) return FModbusIO;
+  return FIO;
 }
 
 bool TSession::LoadPlugin() {
@@ -185,10 +209,10 @@ bool TSession::StartSimulator() {
 void TSession::CreateLaser() {
   const devlaser::TDevLaserApi& api = FPlugin->Api();
   if (FParams) {
-    FLaser = api.CreateLaserFromParams(*FParams, FIO);
+    FLaser = api.CreateLaserFromParams(*FParams, LaserIO());
     FUsedParams = *FParams;
   } else {
-    FLaser = api.CreateLaserFromConfig(FConfig.get(), FIO, &FUsedParams);
+    FLaser = api.CreateLaserFromConfig(FConfig.get(), LaserIO(), &FUsedParams);
   }
 }
 
@@ -242,6 +266,7 @@ void TSession::TearDown() {
   FLaser.reset();
   if (FPluginLoaded) FPlugin->Api().DestroyLaser();
   if (FSimulator) FSimulator->Stop();
+  if (FModbusIO) FModbusIO->Stop();  // every mapped output off on the module
   FConfig.reset();
   if (FPluginLoaded) FPlugin->Api().Unload();
   FPluginLoaded = false;

@@ -15,6 +15,7 @@
 #include "StopSignals.h"
 #include "refhost/RefApp.h"
 #include "refhost/SimCtrlExtIO.h"
+#include "refhost/modbus/ModbusCtrlExtIO.h"
 #include "refhost/transport/PosixTransports.h"
 
 namespace laserctl {
@@ -36,6 +37,8 @@ class TSession {
   };
 
   bool SetUpHost();
+  bool SetUpModbusIo();
+  std::shared_ptr<nchost::ICtrlExtIO> LaserIO() const;
   bool LoadPlugin();
   int RunWithPlugin(const TCommandList& commands);
   bool PrepareLaserSource();
@@ -56,6 +59,7 @@ class TSession {
   refhost::TRefApp FApp;
   std::shared_ptr<refhost::TPosixTransports> FTransports;
   std::shared_ptr<refhost::TSimCtrlExtIO> FIO;
+  std::shared_ptr<refhost::TModbusCtrlExtIO> FModbusIO;  // --io modbus-tcp://...: the laser's IO instead of FIO
 
   std::unique_ptr<TPluginLibrary> FPlugin;
   bool FPluginLoaded = false;  // Load succeeded, so Unload is owed
