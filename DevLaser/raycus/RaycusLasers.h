@@ -3,16 +3,11 @@
 #pragma once
 
 #include "core/FiberLaser.h"
+#include "raycus/RayQcwLaser.h"
 
 namespace devlaser {
 
 class TRaycusLaser : public TFiberLaser {
- public:
-  using TFiberLaser::TFiberLaser;
-};
-
-// Not a TRaycusLaser: the QCW laser has a protocol of its own.
-class TRayQCWLaser : public TFiberLaser {
  public:
   using TFiberLaser::TFiberLaser;
 };

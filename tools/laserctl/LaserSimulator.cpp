@@ -14,6 +14,7 @@ TLaserSimulator::TLaserSimulator() = default;
 TLaserSimulator::~TLaserSimulator() { Stop(); }
 
 void TLaserSimulator::SetTrace(TTrace trace) {
+  FTrace = trace;
   if (!trace) {
     FEngine.SetTraceHook({});
     return;
@@ -28,6 +29,12 @@ void TLaserSimulator::SetTrace(TTrace trace) {
 bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
   if (!target.HasSimulator) {
     error = "there is no simulator for " + target.Family + " over " + SimLinkName(target.Link) + " yet";
+    return false;
+  }
+  if (target.Family == kRayQcwFamily) {
+    FRayQcw = std::make_unique<TRayQcwSimulator>(FTrace);
+    if (FRayQcw->Start(error)) return true;
+    FRayQcw.reset();
     return false;
   }
   if (target.Link == TSimLink::Serial) {
@@ -59,10 +66,12 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
 void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
+  if (FRayQcw) FRayQcw->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
+  if (FRayQcw) return FRayQcw->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "RayQcwSim.h"
 #include "SimTarget.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
@@ -42,6 +43,8 @@ class TLaserSimulator {
   std::unique_ptr<lasersim::TIpgYlrTcpServer> FTcp;
   std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;
   std::string FTcpHost;
+  TTrace FTrace;
+  std::unique_ptr<TRayQcwSimulator> FRayQcw;
 };
 
 }  // namespace laserctl

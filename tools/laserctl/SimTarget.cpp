@@ -3,6 +3,8 @@
 #include <array>
 #include <string_view>
 
+#include "RayQcwSim.h"
+
 namespace laserctl {
 namespace {
 
@@ -63,10 +65,15 @@ TSimTarget SimTargetFromParams(const TLaserParams& params) {
   }
   if (target.Link == TSimLink::Serial) target.SerialPort = params.DefParams.Comm.CommPort;
   target.HasSimulator = ipgYlr && (target.Link == TSimLink::Tcp || target.Link == TSimLink::Serial);
+  if (IsRayQcwParams(params)) {
+    target.Family = kRayQcwFamily;
+    target.HasSimulator = target.Link == TSimLink::Serial;
+  }
   return target;
 }
 
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
+  if (auto qcw = RayQcwTargetFromConfig(root)) return *qcw;
   TSimTarget target;
   if (ModelKey(root.GetString("Model")) != "IPG") return target;
   const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
