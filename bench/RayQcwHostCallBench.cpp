@@ -1,7 +1,7 @@
 // How long the host's calls into a Raycus QCW laser take, with the simulated laser on a pseudo-terminal and after
 // the line has gone. Each call is timed on its own; the counters give the median, the 99th percentile and the
-// longest call in microseconds. LaserOn is left out: it waits the fiber laser's QCW settling time by design.
-// Run: build/release/bench/devlaser_bench --benchmark_filter=RayQcw
+// longest call in microseconds, and how many calls took longer than 50 us and 1 ms. LaserOn is left out: it waits the
+// fiber laser's QCW settling time by design. Run: build/release/bench/devlaser_bench --benchmark_filter=RayQcw
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -116,6 +116,10 @@ void RunHostCalls(benchmark::State& state, bool lineGone) {
   state.counters["p50_us"] = at(0.50);
   state.counters["p99_us"] = at(0.99);
   state.counters["max_us"] = micros.back();
+  state.counters["over_50us"] =
+      static_cast<double>(micros.end() - std::upper_bound(micros.begin(), micros.end(), 50.0));
+  state.counters["over_1ms"] =
+      static_cast<double>(micros.end() - std::upper_bound(micros.begin(), micros.end(), 1000.0));
 }
 
 void BM_RayQcwHostCallsLineOpen(benchmark::State& state) { RunHostCalls(state, false); }

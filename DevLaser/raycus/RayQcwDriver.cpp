@@ -58,11 +58,14 @@ void TRayQCWDriver::Stop() noexcept {
 // ---- link --------------------------------------------------------------------------------------------------------
 
 bool TRayQCWDriver::CheckConnection() {
+  const bool pollingThread = OnPollingThread();
+  // Only the polling thread brings a closed port back; a host call then does not even wait for the port's lock.
+  if (!pollingThread && !FPortActive) return false;
   {
     std::lock_guard lock(FCommLock);
     if (FStopped || !FComm) return false;
     FPortActive = FComm->GetActive();
-    if (FPortActive || !OnPollingThread()) return FPortActive;
+    if (FPortActive || !pollingThread) return FPortActive;
     FComm->SetActive(false);
   }
   // The reopen pauses run on the polling thread only, without the lock, so that a host call never waits for them:

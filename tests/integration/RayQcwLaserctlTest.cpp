@@ -10,8 +10,8 @@ namespace {
 
 TEST(RayQcwLaserctlTest, ExampleConfigurationRunsOnTheSimulatedLaser) {
   const auto run =
-      laserctltest::RunLaserctl({"--config", laserctltest::SourceDir() + "/examples/raycus-qcw.json", "--sim",
-                                 "--json", "laser-on", "diode", "50", "wait", "500", "status", "alarms"});
+      laserctltest::RunLaserctl({"--config", laserctltest::SourceDir() + "/examples/raycus-qcw.json", "--sim", "--json",
+                                 "laser-on", "diode", "50", "wait", "500", "status", "alarms"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   EXPECT_NE(run.Err.find("simulated Raycus QCW laser on serial port 3"), std::string::npos) << run.Err;
   const auto lines = laserctltest::JsonLines(run.Out);
