@@ -68,9 +68,9 @@ bool TRayQCWDriver::CheckConnection() {
     if (FPortActive || !pollingThread) return FPortActive;
     FComm->SetActive(false);
   }
-  // The reopen pauses run on the polling thread only, without the lock, so that a host call never waits for them:
-  // a host call that finds the port closed drops its command at once, as a command is dropped when the reopen
-  // fails, and the next status poll repairs whatever state it would have set.
+  // The reopen with its pauses runs on the polling thread only, and without the lock, because a host call must
+  // return at once: a host call that finds the port closed drops its command, just as a command is dropped when a
+  // reopen fails, and the polling thread retries the reopen every period anyway.
   if (!FThread.SleepA(kReopenPauseMs)) return false;
   {
     std::lock_guard lock(FCommLock);
