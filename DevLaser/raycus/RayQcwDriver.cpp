@@ -27,8 +27,9 @@ enum { kSendTrace = 0, kReceiveTrace = 1 };
 
 }  // namespace
 
-TRayQCWDriver::TRayQCWDriver(const TLaserParams& params) : FParams(params) {
-  if (auto* app = Host()) FComm = app->CreateCommCtrl();
+TRayQCWDriver::TRayQCWDriver(const TLaserParams& params, TLaserPorts* ports)
+    : FParams(params), FOwnPorts(ports ? nullptr : std::make_unique<TLaserPorts>()) {
+  FComm = (ports ? *ports : *FOwnPorts).CommCtrl();
   if (FComm) {
     FComm->SetSettings(FParams.DefParams.Comm.CommSettings);
     FComm->SetPort(FParams.DefParams.Comm.CommPort);
@@ -44,7 +45,7 @@ TRayQCWDriver::~TRayQCWDriver() { Stop(); }
 
 void TRayQCWDriver::Stop() noexcept {
   FStopped = true;
-  FThread.Stop();
+  FThread.Close();
   try {
     std::lock_guard lock(FCommLock);
     if (FComm) FComm->SetActive(false);

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/LaserPorts.h"
 #include "frame/LaserParams.h"
 #include "frame/LaserThread.h"
 #include "host/Transports.h"
@@ -34,16 +35,16 @@ class TRayQCWDriver {
 
   using TBufEvent = std::function<void(const std::string& text)>;
 
-  // Opens the serial port `Comm.CommPort` with `Comm.CommSettings`, starts the polling thread and resets the
-  // laser's control mode.
-  explicit TRayQCWDriver(const TLaserParams& params);
+  // Opens the serial port `Comm.CommPort` with `Comm.CommSettings` through `ports` (the laser's; null: ports of
+  // the driver's own), starts the polling thread and resets the laser's control mode.
+  explicit TRayQCWDriver(const TLaserParams& params, TLaserPorts* ports = nullptr);
   // Stop().
   ~TRayQCWDriver();
   TRayQCWDriver(const TRayQCWDriver&) = delete;
   TRayQCWDriver& operator=(const TRayQCWDriver&) = delete;
 
-  // Stops and joins the polling thread and closes the port; from then on the driver sends nothing. Safe to call
-  // more than once and from any thread but the polling thread.
+  // Stops and joins the polling thread for good and closes the port; from then on the driver sends nothing. Safe
+  // to call more than once and from any thread but the polling thread.
   void Stop() noexcept;
   bool Stopped() const { return FStopped.load(); }
 
@@ -112,6 +113,7 @@ class TRayQCWDriver {
   void Poll(TLaserThread& thread);
 
   const TLaserParams FParams;
+  const std::unique_ptr<TLaserPorts> FOwnPorts;
 
   // Guards the port: one write or one read of what is waiting at a time.
   std::mutex FCommLock;

@@ -30,13 +30,11 @@ TRayQCWLaser::TRayQCWLaser(const TLaserParams& params, std::shared_ptr<nchost::I
 TRayQCWLaser::~TRayQCWLaser() = default;
 
 void TRayQCWLaser::Create() {
-  if (FSerialPortNo > 0 && GetIsQCW()) FDriver = std::make_unique<TRayQCWDriver>(FParams);
+  if (FSerialPortNo > 0 && GetIsQCW()) {
+    FDriver = std::make_unique<TRayQCWDriver>(FParams, &Ports());
+    Owns("driver", [this] { FDriver->Stop(); });
+  }
   TFiberLaser::Create();
-}
-
-void TRayQCWLaser::StopThreads() {
-  TFiberLaser::StopThreads();
-  if (FDriver) FDriver->Stop();
 }
 
 // ---- outputs -----------------------------------------------------------------------------------------------------

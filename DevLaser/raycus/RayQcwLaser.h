@@ -52,9 +52,6 @@ class TRayQCWLaser : public TFiberLaser {
   // The driver, or null when the laser has no serial port or is not configured as QCW.
   TRayQCWDriver* Driver() const { return FDriver.get(); }
 
- protected:
-  void StopThreads() override;
-
  private:
   bool DriverInUse() const { return FDriver != nullptr; }
   bool OutputPresent(int32_t port);

@@ -285,5 +285,21 @@ TEST_F(RayQcwLaserSimTest, ADestroyedLaserSendsNothing) {
   EXPECT_EQ(FEngine.Log().Received(), received);
 }
 
+TEST_F(RayQcwLaserSimTest, ALaserShutDownWhileTheHostHoldsItSendsNothing) {
+  auto& laser = Make();
+  ASSERT_TRUE(StatusArrives());
+  laser.Shutdown();
+  ASSERT_TRUE(FEngine.Log().WaitFor("LaserOff", 5s));
+  std::this_thread::sleep_for(100ms);
+  const size_t received = FEngine.Log().Received();
+  EXPECT_FALSE(laser.Driver()->PortActive());
+  laser.LaserOn();
+  laser.EmissionOn();
+  EXPECT_TRUE(laser.SetDiodeCustom(70));
+  laser.Driver()->CheckStatus();
+  std::this_thread::sleep_for(350ms);
+  EXPECT_EQ(FEngine.Log().Received(), received);
+}
+
 }  // namespace
 }  // namespace devlaser
