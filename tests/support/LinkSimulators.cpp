@@ -3,6 +3,8 @@
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
+#include "sim/rayqcw/RayQcwEngine.h"
+#include "sim/rayqcw/RayQcwPtyServer.h"
 
 namespace testsupport {
 namespace {
@@ -57,6 +59,28 @@ class TIpgYlrSimulator final : public TLinkSimulator {
   lasersim::TIpgYlrPtyServer FPty{FEngine};
 };
 
+// Raycus QCW frames over a serial line.
+class TRayQcwSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    if (link != TLink::Serial) {
+      error = "the Raycus QCW simulator speaks serial only";
+      return false;
+    }
+    if (!FPty.Start()) return (error = FPty.LastError()), false;
+    return PointAtSerial(params, slot, FPty.PortPath(), error);
+  }
+  void Stop() override { FPty.Stop(); }
+  size_t Received() const override { return FEngine.Log().Received(); }
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    return FEngine.Log().WaitFor(command, timeout, times);
+  }
+
+ private:
+  lasersim::TRayQcwEngine FEngine;
+  lasersim::TRayQcwPtyServer FPty{FEngine};
+};
+
 }  // namespace
 
 const char* LinkName(TLink link) {
@@ -78,6 +102,7 @@ const std::vector<TSimFamily>& LinkSimulatorFamilies() {
       {{"TIPG500Laser", "TIPGYLR2Laser"},
        {TLink::Tcp, TLink::Serial},
        [] { return std::make_unique<TIpgYlrSimulator>(); }},
+      {{"TRayQCWLaser"}, {TLink::Serial}, [] { return std::make_unique<TRayQcwSimulator>(); }},
   };
   return families;
 }
