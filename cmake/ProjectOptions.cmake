@@ -19,7 +19,9 @@ else()
   message(FATAL_ERROR "DEVLASER_SANITIZE must be address, thread or empty, not '${DEVLASER_SANITIZE}'")
 endif()
 
-# Sanitizers apply to everything linked into one process, so they are global.
+# Sanitizers apply to everything linked into one process, so they are global (and a program linking the plug-in
+# of a sanitized build needs them too).
+string(REPLACE ";" " " DEVLASER_SAN_FLAGS_TEXT "${DEVLASER_SAN_FLAGS}")
 add_compile_options(${DEVLASER_SAN_FLAGS})
 add_link_options(${DEVLASER_SAN_FLAGS})
 

@@ -37,6 +37,23 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
     FRayQcw.reset();
     return false;
   }
+  if (target.Family == kRaycusFamily) {
+    FRaycus = std::make_unique<TRaycusSimulator>();
+    FRaycus->SetTrace(FTrace);
+    if (FRaycus->Start(error)) return true;
+    FRaycus.reset();
+    return false;
+  }
+  if (target.Family == kZorunFamily) {
+    FZorun = std::make_unique<TZorunSimulator>();
+    if (FTrace) FZorun->SetTrace(FTrace);
+    if (!FZorun->Start(target, target.HostDir + "/ZorunLaser.json", error)) {
+      FZorun.reset();
+      return false;
+    }
+    FTcpHost = FZorun->Host();
+    return true;
+  }
   if (target.Link == TSimLink::Serial) {
     FPty = std::make_unique<lasersim::TIpgYlrPtyServer>(FEngine);
     if (!FPty->Start()) {
@@ -67,11 +84,15 @@ void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
   if (FRayQcw) FRayQcw->Stop();
+  if (FRaycus) FRaycus->Stop();
+  if (FZorun) FZorun->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
   if (FRayQcw) return FRayQcw->SerialPath();
+  if (FRaycus) return FRaycus->SerialPath();
+  if (FZorun) return FZorun->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;
 }
 

@@ -7,7 +7,9 @@
 #include <string>
 
 #include "RayQcwSim.h"
+#include "RaycusSim.h"
 #include "SimTarget.h"
+#include "ZorunSimulator.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
@@ -42,9 +44,11 @@ class TLaserSimulator {
   // The servers use the engine; they are declared after it so that they stop first.
   std::unique_ptr<lasersim::TIpgYlrTcpServer> FTcp;
   std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;
+  std::unique_ptr<TZorunSimulator> FZorun;
   std::string FTcpHost;
   TTrace FTrace;
   std::unique_ptr<TRayQcwSimulator> FRayQcw;
+  std::unique_ptr<TRaycusSimulator> FRaycus;
 };
 
 }  // namespace laserctl

@@ -1,5 +1,8 @@
 #include "SimTarget.h"
 
+#include "RaycusSim.h"
+#include "ZorunSimulator.h"
+
 #include <array>
 #include <string_view>
 
@@ -50,6 +53,7 @@ TSimLink LinkOf(devlaser::TDataTransType transport) {
 }  // namespace
 
 TSimTarget SimTargetFromParams(const TLaserParams& params) {
+  if (auto raycus = RaycusSimTarget(params)) return *raycus;
   devlaser::TEnumLaserType type = params.LaserMainType;
   if (type == devlaser::eltNone && ModelKey(params.Model) == "IPG") type = devlaser::eltIPG;
 
@@ -69,12 +73,16 @@ TSimTarget SimTargetFromParams(const TLaserParams& params) {
     target.Family = kRayQcwFamily;
     target.HasSimulator = target.Link == TSimLink::Serial;
   }
+  if (type == devlaser::eltZorun || (type == devlaser::eltNone && ModelKey(params.Model) == kZorunFamily))
+    ZorunSimTargetFromParams(params, target);
   return target;
 }
 
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
   if (auto qcw = RayQcwTargetFromConfig(root)) return *qcw;
+  if (auto raycus = RaycusSimTarget(root)) return *raycus;
   TSimTarget target;
+  if (ZorunSimTargetFromConfig(root, target)) return target;
   if (ModelKey(root.GetString("Model")) != "IPG") return target;
   const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
   if (ipg == nullptr || ipg->GetString("Model").find("YLR") == std::string::npos) return target;
@@ -95,6 +103,7 @@ void RedirectTcpHost(TLaserParams& params, const std::string& host) { params.Def
 
 void RedirectTcpHost(nchost::TXmlSubConfig& root, const std::string& host) {
   if (nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG")) ipg->SetString("TcpHost", host);
+  RedirectZorunHost(root, host);
 }
 
 const char* SimLinkName(TSimLink link) {
