@@ -1,12 +1,11 @@
 #include "SimTarget.h"
 
-#include "RaycusSim.h"
-#include "ZorunSimulator.h"
-
 #include <array>
 #include <string_view>
 
 #include "RayQcwSim.h"
+#include "RaycusSim.h"
+#include "ZorunSimulator.h"
 
 namespace laserctl {
 namespace {
