@@ -52,7 +52,11 @@ void TRaycusLaserInfo::ReadAllData(nchost::ISuperObject& obj) {
 
 void TRaycusQCWInfo::ReadAllData(nchost::ISuperObject& obj) {
   TFiberLaserInfo::ReadAllData(obj);
-  if (dynamic_cast<TRayQCWLaser*>(FLaser.get()) != nullptr) obj.S("LaserType", "Ray-QCW");
+  auto* laser = dynamic_cast<TRayQCWLaser*>(FLaser.get());
+  if (laser == nullptr) return;
+  obj.S("LaserType", "Ray-QCW");
+  const auto* driver = laser->Driver();
+  obj.I("AlarmBit", driver != nullptr ? driver->GetDeviceStatus() & 0xFFFF : 0);
 }
 
 std::shared_ptr<nchost::TVkInfoSource> CreateLaserInfo(std::shared_ptr<nchost::INcLaser30> laser) {

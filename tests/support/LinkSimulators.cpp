@@ -7,6 +7,8 @@
 #include "sim/ipg/IpgYlrTcpServer.h"
 #include "sim/raycus/RaycusEscEngine.h"
 #include "sim/raycus/RaycusPtyServer.h"
+#include "sim/rayqcw/RayQcwEngine.h"
+#include "sim/rayqcw/RayQcwPtyServer.h"
 #include "sim/zorun/ZorunSimEngine.h"
 #include "sim/zorun/ZorunSimServer.h"
 #include "support/ScratchDir.h"
@@ -63,6 +65,28 @@ class TIpgYlrSimulator final : public TLinkSimulator {
   lasersim::TIpgYlrEngine FEngine;
   lasersim::TIpgYlrTcpServer FTcp{FEngine};
   lasersim::TIpgYlrPtyServer FPty{FEngine};
+};
+
+// Raycus QCW frames over a serial line.
+class TRayQcwSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    if (link != TLink::Serial) {
+      error = "the Raycus QCW simulator speaks serial only";
+      return false;
+    }
+    if (!FPty.Start()) return (error = FPty.LastError()), false;
+    return PointAtSerial(params, slot, FPty.PortPath(), error);
+  }
+  void Stop() override { FPty.Stop(); }
+  size_t Received() const override { return FEngine.Log().Received(); }
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    return FEngine.Log().WaitFor(command, timeout, times);
+  }
+
+ private:
+  lasersim::TRayQcwEngine FEngine;
+  lasersim::TRayQcwPtyServer FPty{FEngine};
 };
 
 // Raycus ESC commands over a serial line.
@@ -141,6 +165,7 @@ const std::vector<TSimFamily>& LinkSimulatorFamilies() {
        {TLink::Tcp, TLink::Serial},
        [] { return std::make_unique<TIpgYlrSimulator>(); }},
       {{"TRaycusLaser"}, {TLink::Serial}, [] { return std::make_unique<TRaycusEscSimulator>(); }},
+      {{"TRayQCWLaser"}, {TLink::Serial}, [] { return std::make_unique<TRayQcwSimulator>(); }},
       {{"TZorunLaser"}, {TLink::Udp, TLink::Tcp, TLink::Serial}, [] { return std::make_unique<TZorunSimulator>(); }},
   };
   return families;

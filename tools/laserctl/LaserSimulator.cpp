@@ -31,6 +31,12 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
     error = "there is no simulator for " + target.Family + " over " + SimLinkName(target.Link) + " yet";
     return false;
   }
+  if (target.Family == kRayQcwFamily) {
+    FRayQcw = std::make_unique<TRayQcwSimulator>(FTrace);
+    if (FRayQcw->Start(error)) return true;
+    FRayQcw.reset();
+    return false;
+  }
   if (target.Family == kRaycusFamily) {
     FRaycus = std::make_unique<TRaycusSimulator>();
     FRaycus->SetTrace(FTrace);
@@ -77,12 +83,14 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
 void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
+  if (FRayQcw) FRayQcw->Stop();
   if (FRaycus) FRaycus->Stop();
   if (FZorun) FZorun->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
+  if (FRayQcw) return FRayQcw->SerialPath();
   if (FRaycus) return FRaycus->SerialPath();
   if (FZorun) return FZorun->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;

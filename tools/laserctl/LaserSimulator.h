@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "RayQcwSim.h"
 #include "RaycusSim.h"
 #include "SimTarget.h"
 #include "ZorunSimulator.h"
@@ -44,8 +45,9 @@ class TLaserSimulator {
   std::unique_ptr<lasersim::TIpgYlrTcpServer> FTcp;
   std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;
   std::unique_ptr<TZorunSimulator> FZorun;
-  TTrace FTrace;
   std::string FTcpHost;
+  TTrace FTrace;
+  std::unique_ptr<TRayQcwSimulator> FRayQcw;
   std::unique_ptr<TRaycusSimulator> FRaycus;
 };
 

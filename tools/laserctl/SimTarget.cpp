@@ -1,10 +1,11 @@
 #include "SimTarget.h"
 
-#include "RaycusSim.h"
-#include "ZorunSimulator.h"
-
 #include <array>
 #include <string_view>
+
+#include "RayQcwSim.h"
+#include "RaycusSim.h"
+#include "ZorunSimulator.h"
 
 namespace laserctl {
 namespace {
@@ -67,12 +68,17 @@ TSimTarget SimTargetFromParams(const TLaserParams& params) {
   }
   if (target.Link == TSimLink::Serial) target.SerialPort = params.DefParams.Comm.CommPort;
   target.HasSimulator = ipgYlr && (target.Link == TSimLink::Tcp || target.Link == TSimLink::Serial);
+  if (IsRayQcwParams(params)) {
+    target.Family = kRayQcwFamily;
+    target.HasSimulator = target.Link == TSimLink::Serial;
+  }
   if (type == devlaser::eltZorun || (type == devlaser::eltNone && ModelKey(params.Model) == kZorunFamily))
     ZorunSimTargetFromParams(params, target);
   return target;
 }
 
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
+  if (auto qcw = RayQcwTargetFromConfig(root)) return *qcw;
   if (auto raycus = RaycusSimTarget(root)) return *raycus;
   TSimTarget target;
   if (ZorunSimTargetFromConfig(root, target)) return target;
