@@ -28,6 +28,8 @@ struct TOptions {
   std::string HostDir;
   std::string LocaleFile;
   std::vector<TInputSetting> Inputs;
+  std::string EcatAlarm;   // --ecat-alarm, checked by the EtherCAT simulator's settings
+  std::string EcatStatus;  // --ecat-status
   bool Sim = false;
   bool Json = false;
   bool Debug = false;

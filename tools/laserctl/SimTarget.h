@@ -7,6 +7,7 @@
 #include <string>
 
 #include "frame/LaserParams.h"
+#include "host/Ecat.h"
 #include "host/XmlSubConfig.h"
 
 namespace laserctl {
@@ -20,6 +21,8 @@ struct TSimTarget {
   std::string Host;           // TCP: the laser's configured address
   uint16_t Port = 0;          // TCP: the port the laser's driver connects to
   int32_t SerialPort = 0;     // serial: the configured port number
+  // EtherCAT: the laser slave to put on the bus.
+  nchost::TEcatLaserIdentity EcatIdentity;
 };
 
 // The IPG YLR text protocol always runs on this TCP port.
