@@ -12,7 +12,7 @@ namespace nchost {
 
 // Version of the host interfaces. A host refuses a plug-in that reports another version: the class layouts in
 // these headers are the binary contract between them.
-inline constexpr int32_t kHostInterfaceVersion = 1;
+inline constexpr int32_t kHostInterfaceVersion = 2;
 
 // Message types of the host's message and log services.
 namespace msgtype {

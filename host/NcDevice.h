@@ -19,6 +19,12 @@ class NCHOST_API TNcDevice {
 
   virtual std::string GetDeviceDesc() { return {}; }
   virtual bool GetIsBusy() { return false; }
+  // A command the host's service pages give by name (with an optional value); devices act on the names they know
+  // and ignore the rest.
+  virtual void ExecCmd(const std::string& name, double value) {
+    (void)name;
+    (void)value;
+  }
   virtual void Stop(int32_t mode) { (void)mode; }
   virtual void AfterConstruction() {}
   virtual void BeforeDestruction() {}

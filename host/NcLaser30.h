@@ -20,6 +20,8 @@ class NCHOST_API INcLaser30 {
 
   virtual std::string GetDeviceDesc() = 0;
   virtual bool GetIsBusy() = 0;
+  // The device's named command (see TNcDevice::ExecCmd), passed through to the laser.
+  virtual void ExecCmd(const std::string& name, double value) = 0;
   virtual int32_t ExecuteCmd(int32_t cmd, double param) = 0;
   virtual void Stop(int32_t mode) = 0;
   virtual std::string GetAlarmIDPrefix() = 0;

@@ -10,7 +10,9 @@ constexpr auto kEmissionOffWait = std::chrono::milliseconds(100);
 }  // namespace
 
 TDefaultLaser::TDefaultLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
-    : TFiberLaser(params, std::move(io)) {}
+    : TFiberLaser(params, std::move(io)) {
+  Owns("emission handshake", [this] { StopSequence(); });
+}
 
 TDefaultLaser::~TDefaultLaser() { StopSequence(); }
 
@@ -30,8 +32,6 @@ void TDefaultLaser::StopSequence() {
   }
   if (sequence) sequence->Stop();
 }
-
-void TDefaultLaser::StopThreads() { StopSequence(); }
 
 void TDefaultLaser::BeforeDestruction() {
   // A handshake left running would switch the outputs back on after they were switched off.

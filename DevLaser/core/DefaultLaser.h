@@ -30,9 +30,6 @@ class TDefaultLaser : public TFiberLaser {
   // True while an emission-on handshake runs.
   bool SequenceRunning() const;
 
- protected:
-  void StopThreads() override;
-
  private:
   void StopSequence();
   int32_t GateChannel() const { return FParams.DefParams.CtrlPort; }

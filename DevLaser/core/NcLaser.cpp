@@ -28,7 +28,7 @@ double StepOrMinimum(double param, double minimum) { return param < minimum ? mi
 }  // namespace
 
 TNcLaser::TNcLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
-    : FParams(params), FCtrlExtIO(std::move(io)), FHasGivenIO(FCtrlExtIO != nullptr) {}
+    : FParams(params), FIO(std::make_shared<TLaserIOGate>(io)), FHasGivenIO(io != nullptr) {}
 
 TNcLaser::~TNcLaser() = default;
 
@@ -46,7 +46,7 @@ uint8_t TNcLaser::FindPwmPort() {
   if (!host) return 1;
   for (int32_t k = 0; k < 32; ++k) {
     uint8_t port = host->DeviceToPort(k, 1);
-    if (FCtrlExtIO->GetPwmPortExist(port)) return port;
+    if (FIO->GetPwmPortExist(port)) return port;
   }
   return 1;
 }
@@ -79,21 +79,26 @@ void TNcLaser::Shutdown() noexcept {
   if (FShutDown.exchange(true)) return;
   GuardStep("BeforeDestruction", [this] { BeforeDestruction(); });
   GuardStep("StopThreads", [this] { StopThreads(); });
+  std::vector<TOwnedPart> parts;
+  {
+    std::lock_guard lock(FPartsLock);
+    parts.swap(FParts);
+  }
+  for (auto it = parts.rbegin(); it != parts.rend(); ++it) GuardStep(it->Name.c_str(), it->Stop);
+  FPorts.CloseAll();
+  FIO->Detach();
+}
+
+void TNcLaser::Owns(std::string name, std::function<void()> stop) {
+  std::lock_guard lock(FPartsLock);
+  FParts.push_back({std::move(name), std::move(stop)});
+}
+
+void TNcLaser::Owns(TLaserThread& thread) {
+  Owns(thread.Name(), [&thread] { thread.Close(); });
 }
 
 // ---- IO extension ----------------------------------------------------------------------------------------------
-
-nchost::ICtrlExtIO& TNcLaser::IO() {
-  // Without a controller IO the laser talks to a simulated board, so that every primitive works. The board is
-  // created once, whichever thread asks first.
-  if (!FHasGivenIO) std::call_once(FSimIOOnce, [this] { FCtrlExtIO = std::make_shared<TSimIOExtBoard>(); });
-  return *FCtrlExtIO;
-}
-
-std::shared_ptr<nchost::ICtrlExtIO> TNcLaser::GetCtrlExtIO() {
-  IO();
-  return FCtrlExtIO;
-}
 
 bool TNcLaser::GetPwmEn() { return IO().GetPwmEn(FPwmPort); }
 void TNcLaser::SetPwmEn(bool on) { IO().SetPwmEn(FPwmPort, on); }
@@ -112,6 +117,7 @@ double TNcLaser::CurrentToVoltage(double fraction) const {
 
 std::string TNcLaser::GetDeviceDesc() { return FParams.Model; }
 bool TNcLaser::GetIsBusy() { return FBusy.load(); }
+void TNcLaser::ExecCmd(const std::string& name, double value) { TNcDevice::ExecCmd(name, value); }
 
 int32_t TNcLaser::ExecuteCmd(int32_t cmd, double param) {
   // Every command goes through the virtual operations, so a model changes a command by overriding the operation.

@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "core/LaserIOGate.h"
+#include "core/LaserPorts.h"
 #include "frame/LaserParams.h"
+#include "frame/LaserThread.h"
 #include "host/CtrlExtIO.h"
 #include "host/NcAlarm.h"
 #include "host/NcDevice.h"
@@ -35,8 +38,22 @@ inline nchost::TNcAlarmDef LaserAlarmDefinition() {
 
 // Lasers are built in steps so that every step may use virtual operations: the C++ constructor only stores the
 // parameters and the IO extension; the factory then calls Create() and AfterConstruction(), and before freeing
-// the laser calls Shutdown() (BeforeDestruction, then StopThreads). Use MakeLaser (LaserLifetime.h), which does
-// all of this.
+// the laser (or when the library drops it while the host still holds it) calls Shutdown(). Use MakeLaser
+// (LaserLifetime.h), which does all of this.
+//
+// Shutting down is the base class's job, in one place, so that no model can forget a part of it:
+//   1. BeforeDestruction switches emission and the laser off (models extend it to reach a safe state);
+//   2. every part the laser owns is stopped, in the reverse order of registration (see Owns);
+//   3. every port opened through Ports() is closed, and the IO extension is detached (see TLaserIOGate).
+// From then on whatever the host still holds of the laser answers from state: no thread of the laser runs, no
+// byte reaches a link and no output is written, whatever the model's own code does.
+//
+// How a model registers what it owns, in its constructor or Create():
+//   FDriver = std::make_unique<TMyDriver>(FParams, Ports());   // its transports come from Ports()
+//   Owns("driver", [this] { FDriver->Stop(); });               // stops the driver's threads
+//   Owns(FPollThread);                                          // a TLaserThread member: stopped, never restarted
+// A part registered after what it uses stops first. A model reaches the IO extension only through IO() or
+// GetCtrlExtIO() and opens its ports only through Ports(); nothing else is needed to go silent.
 //
 // Commands come from the host's control thread, queries from its display thread and state from the laser's own
 // threads, so every field written after construction is atomic.
@@ -48,6 +65,8 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
   // ---- operations in the host's slot order ----
   std::string GetDeviceDesc() override;
   bool GetIsBusy() override;
+  // The host device's named command; the base knows none.
+  void ExecCmd(const std::string& name, double value) override;
   // Second construction step: chooses the PWM channel and clears the commanded state.
   virtual void Create();
   int32_t ExecuteCmd(int32_t cmd, double param) override;
@@ -89,14 +108,15 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
   // Switches emission and the laser off; a laser is always switched off before it is freed.
   void BeforeDestruction() override;
 
-  // Switches the laser off and stops and joins its threads, once: later calls do nothing. Never throws. Called by
-  // the deleter of MakeLaser and by the library when it drops its laser while the host may still hold it.
+  // Switches the laser off, stops what it owns and closes its ports and IO (the steps above), once: later calls do
+  // nothing. Never throws. Called by the deleter of MakeLaser and by the library when it drops its laser while the
+  // host may still hold it.
   void Shutdown() noexcept;
   bool IsShutDown() const { return FShutDown.load(); }
 
   // ---- non-virtual members ----
-  // The IO extension; a laser created without one gets a simulated board on first use.
-  std::shared_ptr<nchost::ICtrlExtIO> GetCtrlExtIO();
+  // The IO extension behind the laser's gate; a laser created without one gets a simulated board on first use.
+  std::shared_ptr<nchost::ICtrlExtIO> GetCtrlExtIO() { return FIO; }
   bool GetPwmEn();
   void SetPwmEn(bool on);
   double GetCmdDiodeCurrent() const { return FCmdDiodeCurrent.load(); }
@@ -110,15 +130,23 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
   const TLaserParams& Params() const { return FParams; }
 
  protected:
-  // Stops and joins every thread the laser owns; called once by Shutdown after BeforeDestruction. Models with
-  // threads override it; the base owns none.
+  // Registers a part the laser owns; Shutdown calls `stop` once, after BeforeDestruction, in the reverse order of
+  // registration. `stop` must stop and join the part's threads; an exception is reported, never passed on.
+  void Owns(std::string name, std::function<void()> stop);
+  // A thread the laser owns: Shutdown closes it (stopped and joined, and never started again).
+  void Owns(TLaserThread& thread);
+  // Where the laser's drivers open their communication ports; Shutdown closes them after stopping the parts.
+  TLaserPorts& Ports() { return FPorts; }
+
+  // Older models stop their threads here; Shutdown still calls it once, before the registered parts. New code
+  // registers its parts with Owns instead.
   virtual void StopThreads() {}
 
   // Runs one step of switching off or shutting down; an exception is reported, never passed on.
   static void GuardStep(const char* step, const std::function<void()>& action) noexcept;
 
-  // The IO extension without taking a reference (created on first use like GetCtrlExtIO).
-  nchost::ICtrlExtIO& IO();
+  // The IO extension without taking a reference.
+  nchost::ICtrlExtIO& IO() { return *FIO; }
   bool HasGivenCtrlExtIO() const { return FHasGivenIO; }
   bool IsPreparing() const { return FPreparing.load(); }
   void SetBusy(bool busy) { FBusy.store(busy); }
@@ -140,10 +168,17 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
  private:
   uint8_t FindPwmPort();
 
-  std::shared_ptr<nchost::ICtrlExtIO> FCtrlExtIO;
+  struct TOwnedPart {
+    std::string Name;
+    std::function<void()> Stop;
+  };
+
+  const std::shared_ptr<TLaserIOGate> FIO;
   const bool FHasGivenIO;
-  std::once_flag FSimIOOnce;
   std::atomic<bool> FShutDown{false};
+  std::mutex FPartsLock;
+  std::vector<TOwnedPart> FParts;  // guarded by FPartsLock
+  TLaserPorts FPorts;
 };
 
 }  // namespace devlaser

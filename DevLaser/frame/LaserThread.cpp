@@ -14,6 +14,7 @@ void TLaserThread::Start(TBody body) {
   Join();
   {
     std::lock_guard lock(FMutex);
+    if (FClosed) return;
     FSource = std::stop_source();
     FWoken = false;
     FRunning = true;
@@ -49,6 +50,14 @@ void TLaserThread::Stop() {
   Join();
   // A thread that stopped itself cannot join itself; its owner's destructor still must not leave it joinable.
   if (FThread.joinable() && FThread.get_id() == std::this_thread::get_id()) FThread.detach();
+}
+
+void TLaserThread::Close() {
+  {
+    std::lock_guard lock(FMutex);
+    FClosed = true;
+  }
+  Stop();
 }
 
 bool TLaserThread::Terminated() const {

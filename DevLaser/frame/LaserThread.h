@@ -26,7 +26,8 @@ class TLaserThread {
   const std::string& Name() const { return FName; }
 
   // Starts `body` on a new thread named Name(). An exception that leaves the body is logged once and ends the
-  // thread; it never reaches the host. Starting a thread that has run before joins the old run first.
+  // thread; it never reaches the host. Starting a thread that has run before joins the old run first. A closed
+  // thread does not start; its waits return false at once.
   void Start(TBody body);
   // Requests a stop and wakes every wait of the thread. Safe from any thread, the thread itself included.
   void Terminate();
@@ -34,6 +35,8 @@ class TLaserThread {
   void Join();
   // Terminate, then Join.
   void Stop();
+  // Stop, and refuse every later Start: for an owner that is shutting down for good.
+  void Close();
 
   bool Terminated() const;
   // True from Start until the body has returned.
@@ -54,6 +57,7 @@ class TLaserThread {
   std::stop_source FSource;
   bool FWoken = false;
   bool FRunning = false;
+  bool FClosed = false;
   std::thread FThread;
 };
 

@@ -4,7 +4,9 @@ namespace devlaser {
 
 std::string TIPG500Laser::GetAlarmIDPrefix() { return "IPGYLR"; }
 
-std::unique_ptr<TIPGYLRDriver> TIPG500Laser::CreateDriver() { return std::make_unique<TIPGYLRDriver>(FParams); }
+std::unique_ptr<TIPGYLRDriver> TIPG500Laser::CreateDriver() {
+  return std::make_unique<TIPGYLRDriver>(FParams, &Ports());
+}
 
 void TIPG500Laser::ConfigureDriver() {
   Driver()->SetAlarmMode(false);

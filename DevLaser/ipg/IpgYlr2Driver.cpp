@@ -6,8 +6,8 @@ namespace {
 constexpr int32_t kYlr2ConnectTimeoutMs = 5000;
 }  // namespace
 
-TIPGYLR2Driver::TIPGYLR2Driver(const TLaserParams& params)
-    : TIPGYLRDriver(params, {kYlr2ConnectTimeoutMs, &ipg::Ylr2AlarmTable(), &ipg::Ylr2WarningTable()}) {}
+TIPGYLR2Driver::TIPGYLR2Driver(const TLaserParams& params, TLaserPorts* ports)
+    : TIPGYLRDriver(params, {kYlr2ConnectTimeoutMs, &ipg::Ylr2AlarmTable(), &ipg::Ylr2WarningTable()}, ports) {}
 
 void TIPGYLR2Driver::SetQCWMode(bool on) {
   if (on)

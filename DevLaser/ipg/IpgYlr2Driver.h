@@ -8,7 +8,7 @@ namespace devlaser {
 
 class TIPGYLR2Driver : public TIPGYLRDriver {
  public:
-  explicit TIPGYLR2Driver(const TLaserParams& params);
+  explicit TIPGYLR2Driver(const TLaserParams& params, TLaserPorts* ports = nullptr);
 
   // CW: the short alarm mask with its warnings; QCW: the full alarm mask, warnings left as they are. Unlike the
   // first generation, the QCW flag itself is not stored, so HasWarning stays false.

@@ -9,13 +9,17 @@ TIPGYLR2Laser::TIPGYLR2Laser(const TLaserParams& params, std::shared_ptr<nchost:
 
 TIPGYLR2Laser::~TIPGYLR2Laser() { StopPulses(); }
 
-std::unique_ptr<TIPGYLRDriver> TIPGYLR2Laser::CreateDriver() { return std::make_unique<TIPGYLR2Driver>(FParams); }
+std::unique_ptr<TIPGYLRDriver> TIPGYLR2Laser::CreateDriver() {
+  return std::make_unique<TIPGYLR2Driver>(FParams, &Ports());
+}
 
 void TIPGYLR2Laser::Create() {
   const auto& ylr = FParams.CfgIPG.YLR;
   // The key switch of a remotely controlled laser is turned by the controller and stays on.
   if (ylr.UseRemoteCtrl) SetOutput(ylr.YLRKeyOnPort, true);
   TIPGYLRLaserBase::Create();
+  // Registered after the driver, so stopped before it: a pulse's sequence still sends through the driver.
+  Owns("YLR2 pulses", [this] { StopPulses(); });
   if (ylr.UseRemoteCtrl) RemoteStartOn();
 }
 
@@ -23,11 +27,6 @@ void TIPGYLR2Laser::BeforeDestruction() {
   // A power-on sequence still running would switch emission back on after it was switched off here.
   StopPulses();
   TIPGYLRLaserBase::BeforeDestruction();
-}
-
-void TIPGYLR2Laser::StopThreads() {
-  StopPulses();
-  TIPGYLRLaserBase::StopThreads();
 }
 
 std::string TIPGYLR2Laser::GetAlarmIDPrefix() { return "IPGYLR2"; }
@@ -152,9 +151,12 @@ void TIPGYLR2Laser::RemoteStartOn() {
 }
 
 void TIPGYLR2Laser::RemoteStartBody(TLaserThread& thread) {
-  if (!thread.SleepA(kRemoteStartPulseMs)) return;  // stopped: the reference stays set
-  SetOutput(FParams.CfgIPG.YLR.YLRStartPort, false);
-  FinishPulse(FRemoteStartActive);
+  const int32_t port = FParams.CfgIPG.YLR.YLRStartPort;
+  // A pulse is never left on: one cut short (the laser is being destroyed) ends with its output off at once, and
+  // its reference stays set so that no new pulse starts.
+  const bool finished = thread.SleepA(kRemoteStartPulseMs);
+  SetOutput(port, false);
+  if (finished) FinishPulse(FRemoteStartActive);
 }
 
 void TIPGYLR2Laser::PowerOn() {
@@ -166,8 +168,9 @@ void TIPGYLR2Laser::PowerOn() {
 }
 
 void TIPGYLR2Laser::PowerOnBody(TLaserThread& thread) {
-  if (!thread.SleepA(kPowerCtrlPulseMs)) return;
-  SetOutput(FParams.CfgIPG.PowerCtrlPort, false);
+  const bool finished = thread.SleepA(kPowerCtrlPulseMs);
+  SetOutput(FParams.CfgIPG.PowerCtrlPort, false);  // cut short or not, the pulse ends with its output off
+  if (!finished) return;
   // The freshly powered laser starts in internal control with emission enabled.
   if (LinkUsable()) {
     auto& driver = *Driver();

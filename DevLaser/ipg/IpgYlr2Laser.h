@@ -60,7 +60,6 @@ class TIPGYLR2Laser : public TIPGYLRLaserBase {
  protected:
   std::unique_ptr<TIPGYLRDriver> CreateDriver() override;
   std::string DeviceName() override;
-  void StopThreads() override;
 
  private:
   void RemoteStartBody(TLaserThread& thread);

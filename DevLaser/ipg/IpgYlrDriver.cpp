@@ -55,21 +55,21 @@ int32_t RemainingMs(Clock::time_point deadline) {
 
 }  // namespace
 
-TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params)
-    : TIPGYLRDriver(params, {kYlrConnectTimeoutMs, &ipg::YlrAlarmTable(), &ipg::YlrWarningTable()}) {}
+TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, TLaserPorts* ports)
+    : TIPGYLRDriver(params, {kYlrConnectTimeoutMs, &ipg::YlrAlarmTable(), &ipg::YlrWarningTable()}, ports) {}
 
-TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation)
+TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation, TLaserPorts* ports)
     : FParams(params),
       FGeneration(generation),
+      FOwnPorts(ports ? nullptr : std::make_unique<TLaserPorts>()),
       FTcpMode(TcpModeFor(params.DefParams.DataTransType)),
       FIgnoreDiodeReply(params.CfgIPG.YLR.IgnoreDiodeReply) {
-  if (auto* app = Host()) {
-    if (FTcpMode) {
-      FTcp = app->CreateTcpClient();
-      FPing = app->CreateIcmpClient();
-    } else {
-      FComm = app->CreateCommCtrl();
-    }
+  TLaserPorts& opener = ports ? *ports : *FOwnPorts;
+  if (FTcpMode) {
+    FTcp = opener.TcpClient();
+    FPing = opener.IcmpClient();
+  } else {
+    FComm = opener.CommCtrl();
   }
   const auto& def = FParams.DefParams;
   if (FTcp) {
@@ -91,7 +91,7 @@ TIPGYLRDriver::TIPGYLRDriver(const TLaserParams& params, const TGeneration& gene
 }
 
 TIPGYLRDriver::~TIPGYLRDriver() {
-  FMonitor.Stop();
+  FMonitor.Close();
   // The ping client's thread may be inside IcmpTimeout: destroying the client waits for it while the driver is
   // still whole. The transports go last.
   std::unique_ptr<nchost::TIcmpClient> ping;
@@ -105,11 +105,21 @@ TIPGYLRDriver::~TIPGYLRDriver() {
   FComm.reset();
 }
 
+void TIPGYLRDriver::Stop() { FMonitor.Close(); }
+
 // ---- link --------------------------------------------------------------------------------------------------------
 
 bool TIPGYLRDriver::LinkReadyLocked() {
-  if (!FTcpMode) return FComm && FComm->SetActive(true);
-  if (FConnecting || !FTcp || !FTcp->Connected()) return false;
+  // A link found down ends the connection: the first reply on the next one tells the operator it is back.
+  if (!FTcpMode) {
+    const bool open = FComm && FComm->SetActive(true);
+    if (!open) FConnectedOk = false;
+    return open;
+  }
+  if (FConnecting || !FTcp || !FTcp->Connected()) {
+    FConnectedOk = false;
+    return false;
+  }
   if (FPing && !FPingDelay.IsBusy()) {
     FPingDelay.Delay(kKeepAlivePeriodMs);
     FPing->PingAsync(kKeepAliveTimeoutMs, [this] { IcmpTimeout(); });

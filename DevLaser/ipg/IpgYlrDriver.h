@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "core/LaserPorts.h"
 #include "frame/LaserParams.h"
 #include "frame/LaserThread.h"
 #include "host/DelayRec.h"
@@ -27,10 +28,14 @@ class TIPGYLRDriver {
   static constexpr const char* kMonThreadName = "TIPGYLRDriver.TIPGMonThread";
 
   // TCP for dttNone and dttNetTcp, serial for dttSerial; any other transport throws ELaserError with
-  // "IPG.LaserType Error Message". Starts the monitor thread.
-  explicit TIPGYLRDriver(const TLaserParams& params);
+  // "IPG.LaserType Error Message". The transports are opened through `ports` (the laser's, which closes them when
+  // the laser shuts down), or through ports of the driver's own when none are given. Starts the monitor thread.
+  explicit TIPGYLRDriver(const TLaserParams& params, TLaserPorts* ports = nullptr);
   // Stops the monitor thread, then the ping client (its thread calls back into the driver), then the transports.
   virtual ~TIPGYLRDriver();
+
+  // Stops the monitor for good; the transports stay until the laser closes its ports or the driver is freed.
+  void Stop();
   TIPGYLRDriver(const TIPGYLRDriver&) = delete;
   TIPGYLRDriver& operator=(const TIPGYLRDriver&) = delete;
 
@@ -135,7 +140,7 @@ class TIPGYLRDriver {
     const ipg::TStatusBitTable* Alarms;
     const ipg::TStatusBitTable* Warnings;
   };
-  TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation);
+  TIPGYLRDriver(const TLaserParams& params, const TGeneration& generation, TLaserPorts* ports);
 
   void SetMasks(uint32_t alarmMask, uint32_t warningMask);
   void SetAlarmMask(uint32_t alarmMask) { FAlarmMask.store(alarmMask); }
@@ -159,6 +164,7 @@ class TIPGYLRDriver {
 
   const TLaserParams FParams;
   const TGeneration FGeneration;
+  std::unique_ptr<TLaserPorts> FOwnPorts;  // only when the driver was given none
   const bool FTcpMode;
   const bool FIgnoreDiodeReply;
 

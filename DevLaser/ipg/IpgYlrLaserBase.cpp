@@ -29,6 +29,7 @@ TIPGYLRLaserBase::~TIPGYLRLaserBase() = default;
 void TIPGYLRLaserBase::Create() {
   TFiberLaser::Create();
   FDriver = CreateDriver();
+  Owns("YLR driver", [this] { FDriver->Stop(); });
   FIgnoreCommResult = FParams.DefParams.Comm.IgnoreCommResult;
   FHasComm = FParams.DefParams.DataTransType != dttNone;
   ConfigureDriver();

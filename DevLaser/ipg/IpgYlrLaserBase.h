@@ -51,7 +51,7 @@ class TIPGYLRLaserBase : public TFiberLaser {
   bool SetDiodeCustom(double value) override;
 
   // Named commands of the host's service pages; "ResetErrors" (any case) clears the laser's errors.
-  virtual void ExecCmd(const std::string& name, double value);
+  void ExecCmd(const std::string& name, double value) override;
 
   // The driver; null only while the laser is being built.
   TIPGYLRDriver* Driver() const { return FDriver.get(); }

@@ -1,5 +1,6 @@
 #include "sim/ipg/IpgYlrEngine.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -18,25 +19,27 @@ struct TSwitchCommand {
   std::string_view Name;
   uint32_t Bit;
   bool On;
+  // A real laser refuses these while emission is on: the mode cannot change under a running beam.
+  bool NeedsEmissionOff;
 };
 
-// Switches that only set or clear one laser-state bit. "EMON" and "RERR" have conditions and are handled apart.
+// Switches that set or clear one laser-state bit. "EMON", "SDS" and "RERR" have conditions of their own.
 constexpr std::array<TSwitchCommand, 15> kSwitches{{
-    {"EMOFF", ipgylr::kEmission, false},
-    {"ABN", ipgylr::kAimingBeam, true},
-    {"ABF", ipgylr::kAimingBeam, false},
-    {"EPM", ipgylr::kPulseMode, true},
-    {"DPM", ipgylr::kPulseMode, false},
-    {"EGM", ipgylr::kGateMode, true},
-    {"DGM", ipgylr::kGateMode, false},
-    {"EMOD", ipgylr::kModulation, true},
-    {"DMOD", ipgylr::kModulation, false},
-    {"EEC", ipgylr::kExternalControl, true},
-    {"DEC", ipgylr::kExternalControl, false},
-    {"EEABC", ipgylr::kExternalAimControl, true},
-    {"DEABC", ipgylr::kExternalAimControl, false},
-    {"ELE", ipgylr::kEmissionControl, true},
-    {"DLE", ipgylr::kEmissionControl, false},
+    {"EMOFF", ipgylr::kEmission | ipgylr::kEmissionStartup, false, false},
+    {"ABN", ipgylr::kAimingBeam, true, false},
+    {"ABF", ipgylr::kAimingBeam, false, false},
+    {"EPM", ipgylr::kPulseMode, true, false},
+    {"DPM", ipgylr::kPulseMode, false, false},
+    {"EGM", ipgylr::kGateMode, true, false},
+    {"DGM", ipgylr::kGateMode, false, false},
+    {"EMOD", ipgylr::kModulation, true, true},
+    {"DMOD", ipgylr::kModulation, false, true},
+    {"EEC", ipgylr::kExternalControl, true, true},
+    {"DEC", ipgylr::kExternalControl, false, true},
+    {"EEABC", ipgylr::kExternalAimControl, true, false},
+    {"DEABC", ipgylr::kExternalAimControl, false, false},
+    {"ELE", ipgylr::kEmissionControl, true, false},
+    {"DLE", ipgylr::kEmissionControl, false, false},
 }};
 
 const TSwitchCommand* FindSwitch(std::string_view name) {
@@ -44,6 +47,9 @@ const TSwitchCommand* FindSwitch(std::string_view name) {
     if (command.Name == name) return &command;
   return nullptr;
 }
+
+// Commands that only the hardware interface may give while the key switch is in remote.
+bool IsLocalOnly(std::string_view name) { return name == "EMON" || name == "EMOFF"; }
 
 bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
   for (auto candidate : names)
@@ -72,11 +78,12 @@ std::string Fixed(double value, int decimals) {
   return std::string(buffer, result.ptr);
 }
 
-std::string Shortest(double value) {
-  char buffer[64];
-  auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  return std::string(buffer, result.ptr);
-}
+// The laser keeps its current set point to a tenth of a percent.
+double ToTenths(double value) { return std::round(value * 10.0) / 10.0; }
+
+// The filter window goes in steps of 0.2 s; a value between steps is cut down to the step below. The small
+// allowance keeps 2.4, which is 11.999... steps in binary, at 12 steps.
+double ToFilterStep(double seconds) { return std::floor(seconds * 5.0 + 1e-9) / 5.0; }
 
 bool ParseDouble(std::string_view text, double& value) {
   if (!text.empty() && text.front() == '+') text.remove_prefix(1);
@@ -110,10 +117,12 @@ std::string Reply(std::string_view mnemonic, std::string_view value) {
   return line;
 }
 
-const std::string kUnknownCommand = Line("ERR: Unknown command");
+const std::string kBadCommand = Line("BCMD");
 const std::string kMissingParameter = Line("ERR: Missing parameter");
 const std::string kInvalidParameter = Line("ERR: Invalid parameter");
-const std::string kOutOfRange = Line("ERR: Out of range");
+const std::string kOutOfRange = Line("ERR: Out of Range");
+const std::string kEmissionIsOn = Line("ERR: Emission is on");
+const std::string kKeySwitchInRemote = Line("ERR: Keyswitch in remote");
 
 }  // namespace
 
@@ -201,25 +210,35 @@ std::string TIpgYlrEngine::Execute(const std::string& mnemonic, const std::strin
   return Read(mnemonic, parameter);
 }
 
+bool TIpgYlrEngine::Emitting() const { return (FState & ipgylr::kEmission) != 0; }
+
+void TIpgYlrEngine::SettleStartup() const {
+  if ((FState & ipgylr::kEmissionStartup) && FClock() - FEmissionStart >= FStartupTime)
+    FState &= ~ipgylr::kEmissionStartup;
+}
+
 std::string TIpgYlrEngine::Switch(const std::string& mnemonic, const std::string& parameter) {
   if (!parameter.empty()) return kInvalidParameter;
+  if ((FState & ipgylr::kKeySwitchRemote) && IsLocalOnly(mnemonic)) return kKeySwitchInRemote;
   if (mnemonic == "EMON") {
     if (FState & ipgylr::kPowerSupplyOff) return Line("ERR: Power supply off");
     if (FAlarms & ipgylr::kEmissionBlockingAlarms) return Line("ERR: Emission blocked by alarm");
+    // A laser already emitting stays as it is; a new start begins its start-up phase.
+    if (!Emitting() && FStartupTime.count() > 0) {
+      FState |= ipgylr::kEmissionStartup;
+      FEmissionStart = FClock();
+    }
     FState |= ipgylr::kEmission;
   } else if (mnemonic == "RERR") {
     FAlarms = 0;
-  } else if (mnemonic == "SDS") {
-    FState |= ipgylr::kDigitalPowerSelect;
-  } else {
+  } else if (mnemonic != "SDS") {
     const TSwitchCommand* command = FindSwitch(mnemonic);
-    if (command == nullptr) return kUnknownCommand;
+    if (command == nullptr) return kBadCommand;
+    if (command->NeedsEmissionOff && Emitting() && !FLenient) return kEmissionIsOn;
     if (command->On)
       FState |= command->Bit;
     else
       FState &= ~command->Bit;
-    // The analogue input replaces the digital set point.
-    if (command->Bit == ipgylr::kExternalControl && command->On) FState &= ~ipgylr::kDigitalPowerSelect;
   }
   return Line(mnemonic);
 }
@@ -237,8 +256,8 @@ std::string TIpgYlrEngine::SetValue(const std::string& mnemonic, const std::stri
   if (!ParseDouble(parameter, value)) return kInvalidParameter;
   if (mnemonic == "SDC") {
     if (value < 0.0 || value > 100.0) return kOutOfRange;
-    FDiodeCurrent = value;
-    return Reply(mnemonic, Shortest(FDiodeCurrent));
+    FDiodeCurrent = ToTenths(value);
+    return Reply(mnemonic, Fixed(FDiodeCurrent, 1));
   }
   if (mnemonic == "SPW") {
     if (value < 0.0 || value > 50.0) return kOutOfRange;
@@ -247,16 +266,20 @@ std::string TIpgYlrEngine::SetValue(const std::string& mnemonic, const std::stri
   }
   // SFWS
   if (value < 0.2 || value > 5.0) return kOutOfRange;
-  FFilterWindow = value;
+  FFilterWindow = ToFilterStep(value);
   return Reply(mnemonic, Fixed(FFilterWindow, 1));
 }
 
 std::string TIpgYlrEngine::Read(const std::string& mnemonic, const std::string& parameter) {
+  SettleStartup();
   std::string value;
   if (mnemonic == "STA")
     value = std::to_string(FState | FAlarms);
   else if (mnemonic == "RCS")
-    value = Shortest(FDiodeCurrent);
+    value = Fixed(FDiodeCurrent, 1);
+  else if (mnemonic == "RDC")
+    value =
+        Fixed(Emitting() && !(FState & ipgylr::kEmissionStartup) ? FFullDiodeCurrent * FDiodeCurrent / 100.0 : 0.0, 1);
   else if (mnemonic == "RPRR")
     value = std::to_string(FPulseRate);
   else if (mnemonic == "RPW")
@@ -278,13 +301,13 @@ std::string TIpgYlrEngine::Read(const std::string& mnemonic, const std::string& 
   else if (mnemonic == "ROP")
     value = OutputPower();
   else
-    return kUnknownCommand;
+    return kBadCommand;
   if (!parameter.empty()) return kInvalidParameter;
   return Reply(mnemonic, value);
 }
 
 std::string TIpgYlrEngine::OutputPower() const {
-  if (!(FState & ipgylr::kEmission)) return "Off";
+  if (!Emitting() || (FState & ipgylr::kEmissionStartup)) return "Off";
   if (FDiodeCurrent < FMinimumCurrent) return "Low";
   return Fixed(FNominalPower * FDiodeCurrent / 100.0, 0);
 }
@@ -312,6 +335,7 @@ std::string TIpgYlrEngine::Garbage(bool asLine) {
 
 uint32_t TIpgYlrEngine::StatusWord() const {
   std::lock_guard lock(FMutex);
+  SettleStartup();
   return FState | FAlarms;
 }
 
@@ -329,16 +353,34 @@ void TIpgYlrEngine::RaiseAlarms(uint32_t bits) {
 
 void TIpgYlrEngine::ApplyAlarmWord(uint32_t word) {
   FAlarms = word & ~ipgylr::kLaserStateMask;
-  if (FAlarms & ipgylr::kEmissionBlockingAlarms) FState &= ~ipgylr::kEmission;
+  if (FAlarms & ipgylr::kEmissionBlockingAlarms) FState &= ~(ipgylr::kEmission | ipgylr::kEmissionStartup);
 }
 
 void TIpgYlrEngine::SetPowerSupplyOff(bool off) {
   std::lock_guard lock(FMutex);
   if (off)
-    FState = (FState | ipgylr::kPowerSupplyOff) & ~ipgylr::kEmission;
+    FState = (FState | ipgylr::kPowerSupplyOff) & ~(ipgylr::kEmission | ipgylr::kEmissionStartup);
   else
     FState &= ~ipgylr::kPowerSupplyOff;
 }
+
+void TIpgYlrEngine::SetKeySwitchRemote(bool remote) {
+  std::lock_guard lock(FMutex);
+  if (remote)
+    FState |= ipgylr::kKeySwitchRemote;
+  else
+    FState &= ~ipgylr::kKeySwitchRemote;
+}
+
+void TIpgYlrEngine::SetEmissionStartupTime(std::chrono::milliseconds time) {
+  Store(FStartupTime, std::max(time, std::chrono::milliseconds(0)));
+}
+
+void TIpgYlrEngine::SetClock(TClock clock) { Store(FClock, std::move(clock)); }
+
+void TIpgYlrEngine::SetLenient(bool lenient) { Store(FLenient, lenient); }
+
+bool TIpgYlrEngine::Lenient() const { return Locked(FLenient); }
 
 void TIpgYlrEngine::SetReplyMode(TReplyMode mode) { Store(FReplyMode, mode); }
 
@@ -367,5 +409,7 @@ void TIpgYlrEngine::SetMinimumCurrent(double percent) { Store(FMinimumCurrent, p
 void TIpgYlrEngine::SetModuleErrorCode(int32_t code) { Store(FModuleErrorCode, code); }
 
 void TIpgYlrEngine::SetNominalPower(double watts) { Store(FNominalPower, watts); }
+
+void TIpgYlrEngine::SetFullDiodeCurrent(double amperes) { Store(FFullDiodeCurrent, amperes); }
 
 }  // namespace lasersim

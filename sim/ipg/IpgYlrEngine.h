@@ -8,27 +8,32 @@
 // ("SDC 40"). Text without a CR waits for the next Feed(). A line that grows past kMaxLineLength without a CR is thrown
 // away up to the next CR, answered with "ERR: Command too long" and sets status bit 0 (command buffer overload).
 //
-// Every command gets exactly one reply line ended by CR:
-//   readers        "STA: 4" (decimal status word), "RCS: 40", "RPRR: 1000", "RPW: 0.50", "RFWS: 1.0",
-//                  "RSN: 12345", "RFV: 1.2.3", "RET: 123.4" (hours), "RCT: 25.3" (deg C), "RNC: 10.0" (%),
-//                  "RMEC: 0", "ROP: Off" ("Off" without emission, "Low" below the minimum current, else watts)
-//   value setters  the mnemonic and the stored value: "SDC: 40" (0..100 %), "SPRR: 1000" (1..9999999 Hz),
-//                  "SPW: 0.50" (0..50), "SFWS: 1.0" (0.2..5.0)
+// The laser's replies follow its RS-232 manual. Every command gets exactly one reply line ended by CR:
+//   readers        "STA: 4100" (decimal status word), "RCS: 40.0" (set point, %), "RDC: 4.0" (diode current, A),
+//                  "RPRR: 1000", "RPW: 0.50", "RFWS: 1.0", "RSN: 12345", "RFV: 1.2.3", "RET: 123.4" (hours),
+//                  "RCT: 25.3" (deg C), "RNC: 10.0" (%), "RMEC: 0", "ROP: Off" ("Off" without emission or
+//                  during its start-up, "Low" below the minimum current, else watts)
+//   value setters  the mnemonic and the value the laser took: "SDC: 40.0" (0..100 %, one decimal),
+//                  "SPRR: 1000" (1..9999999 Hz), "SPW: 0.50" (0..50), "SFWS: 2.4" (0.2..5.0, cut down to a
+//                  multiple of 0.2)
 //   switches       the bare mnemonic: "EMON", "EMOFF", "ABN", "ABF", "EPM", "DPM", "EGM", "DGM", "EMOD", "DMOD",
 //                  "EEC", "DEC", "EEABC", "DEABC", "ELE", "DLE", "SDS", "RERR"
-//   refusals       "ERR: Unknown command", "ERR: Missing parameter", "ERR: Invalid parameter",
-//                  "ERR: Out of range", "ERR: Power supply off", "ERR: Emission blocked by alarm",
+//   unknown        "BCMD" (bad command): a mnemonic the laser does not know
+//   refusals       "ERR: Out of Range", "ERR: Emission is on" ("EMOD", "DMOD", "EEC" and "DEC" while emission is
+//                  on, also during its start-up), "ERR: Keyswitch in remote" ("EMON" and "EMOFF" while the key
+//                  switch is in remote: emission then follows the hardware interface), "ERR: Power supply off",
+//                  "ERR: Emission blocked by alarm", "ERR: Missing parameter", "ERR: Invalid parameter",
 //                  "ERR: Command too long"
 // A driver finds status lines by "STA" and current echoes by "RCS"/"SDC"; no other reply contains those texts, and
 // error lines never repeat the received command.
 //
+// Lenient mode accepts the mode changes a real laser refuses during emission, as earlier versions of this simulator
+// did, for software written against them; everything else stays as above.
+//
 // Laser behaviour: the status word (IpgYlrStatus.h) is the laser-state bits the commands switch OR the alarm word.
 // "EMON" is refused while the power supply is off or a blocking alarm is set, and raising a blocking alarm ends
-// emission, as a real laser drops emission on a fault. "RERR" clears the alarm word.
-//
-// Reply modes for fault tests: Silent logs commands but neither executes nor answers them (a hung controller);
-// GarbageBytes answers each command with random bytes and no CR; GarbageLines answers each with one CR-ended line
-// of lower-case junk that no driver would take for a reply. In both garbage modes the commands are not executed.
+// emission, as a real laser drops emission on a fault. After "EMON" bit 15 shows the start-up phase for the set
+// start-up time (0 by default). "RERR" clears the alarm word.
 //
 // Thread safety: every member may be called from any thread; the serving thread feeds while a test configures the
 // laser and reads the command log.
@@ -83,6 +88,16 @@ class TIpgYlrEngine {
   void SetAlarmWord(uint32_t word);
   void RaiseAlarms(uint32_t bits);
   void SetPowerSupplyOff(bool off);
+  // The key switch in remote (status bit 21): "EMON" and "EMOFF" are refused.
+  void SetKeySwitchRemote(bool remote);
+  // How long bit 15 shows after "EMON"; a real laser needs about 3 s. 0 (the default) never shows it.
+  void SetEmissionStartupTime(std::chrono::milliseconds time);
+  // The clock the start-up phase is timed by; tests replace it to step time by hand.
+  using TClock = std::function<std::chrono::steady_clock::time_point()>;
+  void SetClock(TClock clock);
+  // Accept mode changes during emission (see above).
+  void SetLenient(bool lenient);
+  bool Lenient() const;
 
   void SetReplyMode(TReplyMode mode);
   TReplyMode ReplyMode() const;
@@ -102,6 +117,8 @@ class TIpgYlrEngine {
   void SetMinimumCurrent(double percent);
   void SetModuleErrorCode(int32_t code);
   void SetNominalPower(double watts);
+  // The diode current at 100 % set point, in amperes ("RDC").
+  void SetFullDiodeCurrent(double amperes);
 
  private:
   std::string FeedLocked(TInput& input, std::string_view bytes,
@@ -112,6 +129,9 @@ class TIpgYlrEngine {
   std::string SetValue(const std::string& mnemonic, const std::string& parameter);
   std::string Read(const std::string& mnemonic, const std::string& parameter);
   std::string OutputPower() const;
+  // Ends the start-up phase once its time has passed; called before the state is read.
+  void SettleStartup() const;
+  bool Emitting() const;
   std::string Garbage(bool asLine);
   void ApplyAlarmWord(uint32_t word);
 
@@ -134,8 +154,13 @@ class TIpgYlrEngine {
   TReplyMode FReplyMode = TReplyMode::Normal;
   std::minstd_rand FRandom{20190601};
 
-  uint32_t FState = 0;
+  // Mutable: reading the status ends a start-up phase whose time has passed.
+  mutable uint32_t FState = 0;
   uint32_t FAlarms = 0;
+  bool FLenient = false;
+  std::chrono::milliseconds FStartupTime{0};
+  std::chrono::steady_clock::time_point FEmissionStart{};
+  TClock FClock = [] { return std::chrono::steady_clock::now(); };
   double FDiodeCurrent = 0.0;
   int32_t FPulseRate = 1000;
   double FPulseWidth = 0.5;
@@ -147,6 +172,7 @@ class TIpgYlrEngine {
   double FMinimumCurrent = 10.0;
   int32_t FModuleErrorCode = 0;
   double FNominalPower = 1000.0;
+  double FFullDiodeCurrent = 10.0;
 };
 
 }  // namespace lasersim

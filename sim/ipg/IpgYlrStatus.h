@@ -1,18 +1,20 @@
-// The 32-bit status word of an IPG YLR laser as the simulator reports it to "STA".
+// The 32-bit status word of an IPG YLR laser as the simulator reports it to "STA", with the bit meanings of the
+// laser's RS-232 manual.
 //
-// The laser-state bits (mask 0x08759D14) follow the commands the laser received; the simulator gives them these
-// meanings:
-//   bit  2  emission on                      "EMON" / "EMOFF"
-//   bit  4  modulation enabled               "EMOD" / "DMOD"
-//   bit  8  aiming beam on                   "ABN" / "ABF"
-//   bit 10  pulse mode                       "EPM" / "DPM"
-//   bit 11  power supply off                 set by the test or the program, never by a command
-//   bit 12  gate mode                        "EGM" / "DGM"
-//   bit 15  external (analogue) control      "EEC" / "DEC"
-//   bit 16  external aiming beam control     "EEABC" / "DEABC"
-//   bit 18  hardware emission control        "ELE" / "DLE"
-//   bit 20  digital power select             set by "SDS", cleared by "EEC" (the analogue input takes over)
-// Bits 21, 22 and 27 stay clear. All other bits are alarm and warning bits; they come from the alarm word.
+// Laser-state bits (all inside the drivers' laser-state mask 0x08759D14) follow the commands the laser received:
+//   bit  2  emission on                         "EMON" / "EMOFF"
+//   bit  4  analogue (external) power control   "EEC" / "DEC"
+//   bit  8  aiming beam on                      "ABN" / "ABF"
+//   bit 10  pulse mode                          "EPM" / "DPM"
+//   bit 11  power supply off                    set by the test or the program, never by a command
+//   bit 12  modulation enabled                  "EMOD" / "DMOD"
+//   bit 15  emission start-up phase             from "EMON" until the start-up time has passed (about 3 s on a
+//                                               real laser; 0 by default here, so the bit never shows)
+//   bit 16  gate mode (newer generation)        "EGM" / "DGM"
+//   bit 18  hardware emission control           "ELE" / "DLE"
+//   bit 21  key switch in remote                set by the program's key-switch option, never by a command
+//   bit 22  aiming beam under hardware control  "EEABC" / "DEABC"
+// Bits 20 and 27 stay clear. All other bits are alarm and warning bits; they come from the alarm word.
 #pragma once
 
 #include <cstdint>
@@ -22,16 +24,20 @@ namespace lasersim::ipgylr {
 inline constexpr uint32_t Bit(int n) { return uint32_t{1} << n; }
 
 inline constexpr uint32_t kEmission = Bit(2);
-inline constexpr uint32_t kModulation = Bit(4);
+inline constexpr uint32_t kExternalControl = Bit(4);
 inline constexpr uint32_t kAimingBeam = Bit(8);
 inline constexpr uint32_t kPulseMode = Bit(10);
 inline constexpr uint32_t kPowerSupplyOff = Bit(11);
-inline constexpr uint32_t kGateMode = Bit(12);
-inline constexpr uint32_t kExternalControl = Bit(15);
-inline constexpr uint32_t kExternalAimControl = Bit(16);
+inline constexpr uint32_t kModulation = Bit(12);
+inline constexpr uint32_t kEmissionStartup = Bit(15);
+inline constexpr uint32_t kGateMode = Bit(16);
 inline constexpr uint32_t kEmissionControl = Bit(18);
-inline constexpr uint32_t kDigitalPowerSelect = Bit(20);
+inline constexpr uint32_t kKeySwitchRemote = Bit(21);
+inline constexpr uint32_t kExternalAimControl = Bit(22);
 inline constexpr uint32_t kLaserStateMask = 0x08759D14;
+static_assert(((kEmission | kExternalControl | kAimingBeam | kPulseMode | kPowerSupplyOff | kModulation |
+                kEmissionStartup | kGateMode | kEmissionControl | kKeySwitchRemote | kExternalAimControl) &
+               ~kLaserStateMask) == 0);
 
 inline constexpr uint32_t kCommandBufferOverload = Bit(0);
 inline constexpr uint32_t kOverheat = Bit(1);

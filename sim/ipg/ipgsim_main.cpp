@@ -1,10 +1,12 @@
-// ipgsim: a simulated IPG YLR fiber laser for running the controller without hardware. It answers the YLR text
-// commands on TCP and/or on a pseudo-terminal until SIGINT or SIGTERM.
+// ipgsim: a simulated IPG YLR fiber laser for running the controller (or any other client of the YLR text commands)
+// without hardware. It answers the commands as the laser's RS-232 manual gives them, on TCP and/or on a
+// pseudo-terminal, until SIGINT or SIGTERM.
 //
 //   ipgsim --tcp 127.0.0.1:10001 --pty --verbose
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <mutex>
@@ -37,10 +39,20 @@ bool SplitAddress(const std::string& text, std::string& address, uint16_t& port)
   return !address.empty();
 }
 
+constexpr const char* kDescription =
+    "Simulated IPG YLR fiber laser speaking the YLR text commands over TCP and a pseudo-terminal.\n"
+    "It follows the RS-232 chapter of the laser's manual: the status word's bits (2 emission, 4 analogue control,\n"
+    "8 aiming beam, 10 pulse mode, 11 power supply off, 12 modulation, 15 emission start-up, 16 gate mode,\n"
+    "18 hardware emission control, 21 key switch in remote, 22 hardware aiming control, the others alarms and\n"
+    "warnings), replies such as \"SDC: 40.0\" and \"SFWS: 2.4\", \"BCMD\" for an unknown command, and the\n"
+    "laser's refusals: \"ERR: Out of Range\", \"ERR: Emission is on\" for EMOD, DMOD, EEC and DEC during\n"
+    "emission, \"ERR: Keyswitch in remote\" for EMON and EMOFF with --keyswitch-remote.\n"
+    "--lenient accepts those mode changes during emission, as earlier versions of this simulator did.";
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Simulated IPG YLR fiber laser speaking the YLR text commands over TCP and a pseudo-terminal"};
+  CLI::App app{kDescription};
   std::optional<std::string> tcp;
   bool pty = false;
   std::string status = "0";
@@ -49,6 +61,9 @@ int main(int argc, char** argv) {
   bool garbageLines = false;
   bool garbageBytes = false;
   bool verbose = false;
+  bool lenient = false;
+  bool keySwitchRemote = false;
+  int startupMs = 0;
   std::string serial = "12345";
   app.add_option("--tcp", tcp, "Listen on ADDR:PORT (default 127.0.0.1:10001 when --pty is not given)");
   app.add_flag("--pty", pty, "Serve on a pseudo-terminal and print its device path");
@@ -60,6 +75,12 @@ int main(int argc, char** argv) {
   silentFlag->excludes(linesFlag)->excludes(bytesFlag);
   linesFlag->excludes(bytesFlag);
   app.add_option("--serial", serial, "Serial number the laser reports");
+  app.add_flag("--lenient", lenient, "Accept EMOD, DMOD, EEC and DEC during emission instead of refusing them");
+  app.add_flag("--keyswitch-remote", keySwitchRemote,
+               "Key switch in remote (status bit 21): EMON and EMOFF are refused, emission follows the hardware");
+  app.add_option("--startup-ms", startupMs,
+                 "Emission start-up phase after EMON in ms, shown by status bit 15 (a real laser: about 3000)")
+      ->check(CLI::Range(0, 60000));
   app.add_flag("-v,--verbose", verbose, "Print every command received and the reply");
   CLI11_PARSE(app, argc, argv);
 
@@ -87,6 +108,9 @@ int main(int argc, char** argv) {
     std::cerr << "ipgsim: laser-state bits of --status are ignored (use --power-off for bit 11)\n";
   engine.SetPowerSupplyOff(powerOff);
   engine.SetSerialNumber(serial);
+  engine.SetLenient(lenient);
+  engine.SetKeySwitchRemote(keySwitchRemote);
+  engine.SetEmissionStartupTime(std::chrono::milliseconds(startupMs));
   if (silent) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::Silent);
   if (garbageLines) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::GarbageLines);
   if (garbageBytes) engine.SetReplyMode(lasersim::TIpgYlrEngine::TReplyMode::GarbageBytes);

@@ -78,9 +78,9 @@ TEST(IpgSimTcpServer, ServesSeveralClientsAtOnceEachWithItsOwnCommandFraming) {
   TUniqueFd second = Connect("127.0.0.32", server.Port());
   ASSERT_TRUE(second.Valid());
   SendText(second.Get(), "0\rRCS\r");
-  EXPECT_EQ(ReadLines(second.Get(), 2), "ERR: Unknown command\rRCS: 0\r");
+  EXPECT_EQ(ReadLines(second.Get(), 2), "BCMD\rRCS: 0.0\r");
   SendText(first.Get(), "\rRCS\r");
-  EXPECT_EQ(ReadLines(first.Get(), 2), "SDC: 9\rRCS: 9\r");
+  EXPECT_EQ(ReadLines(first.Get(), 2), "SDC: 9.0\rRCS: 9.0\r");
   EXPECT_EQ(server.AcceptedConnections(), 3u);
 
   // Both clients share the one laser.

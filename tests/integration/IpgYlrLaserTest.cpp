@@ -10,9 +10,11 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/LaserLifetime.h"
@@ -212,6 +214,218 @@ TEST_F(IpgYlrLaserSimTest, Ylr2SwitchesEmissionAimingAndCurrentOverTcpAndAPseudo
     EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 55.0);
     FParams.CfgIPG.YLR.IgnoreDiodeReply = false;
   }
+}
+
+// Every emission sequence of the YLR2 laser against the laser's own rules. A real laser refuses mode changes (EMOD,
+// DMOD, EEC, DEC) while it emits; the sequences below that send them during emission are sent unchanged, the
+// refusals are recorded here, the driver logs them, and the laser still ends where the sequence means it to.
+TEST_F(IpgYlrLaserSimTest, EmissionSequencesAgainstTheLasersRefusalsEndInTheirIntendedState) {
+  enum class EStart { Off, Emitting };
+  enum class EAction { EmissionOn, EmissionOff, PulseModelQcw, PulseModelCw };
+  struct TCase {
+    const char* Name;
+    const char* Model;
+    bool Qcw, GateMode, Analog;
+    EStart Start;
+    EAction Action;
+    TCommands Sent;
+    TCommands Refused;  // what a real laser refuses in this sequence
+    uint32_t Final;     // the mode bits of the status word afterwards
+  };
+  constexpr uint32_t kModeBits = ylr::kEmission | ylr::kExternalControl | ylr::kPulseMode | ylr::kModulation |
+                                 ylr::kGateMode | ylr::kEmissionControl | ylr::kExternalAimControl;
+  constexpr uint32_t kCw = ylr::kEmission | ylr::kModulation;
+  const std::vector<TCase> cases = {
+      {"CW",
+       "YLR",
+       false,
+       false,
+       false,
+       EStart::Off,
+       EAction::EmissionOn,
+       {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
+       {},
+       kCw},
+      {"CW, analogue control",
+       "YLR",
+       false,
+       false,
+       true,
+       EStart::Off,
+       EAction::EmissionOn,
+       {"EEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
+       {},
+       kCw | ylr::kExternalControl},
+      // The host switches emission on again while it is on: the mode changes are refused, nothing changes.
+      {"CW again",
+       "YLR",
+       false,
+       false,
+       false,
+       EStart::Emitting,
+       EAction::EmissionOn,
+       {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
+       {"DEC", "EMOD"},
+       kCw},
+      {"QCW, gate mode",
+       "YLR",
+       true,
+       true,
+       false,
+       EStart::Off,
+       EAction::EmissionOn,
+       {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"},
+       {},
+       ylr::kEmission | ylr::kGateMode | ylr::kPulseMode},
+      {"QCW, gate mode, again",
+       "YLR",
+       true,
+       true,
+       false,
+       EStart::Emitting,
+       EAction::EmissionOn,
+       {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"},
+       {"DEC", "DMOD"},
+       ylr::kEmission | ylr::kGateMode | ylr::kPulseMode},
+      // Emission follows the hardware emission signal: no EMON.
+      {"QCW, internal",
+       "YLR",
+       true,
+       false,
+       false,
+       EStart::Off,
+       EAction::EmissionOn,
+       {"DEC", "DMOD", "DGM", "EPM", "ELE"},
+       {},
+       ylr::kPulseMode | ylr::kEmissionControl},
+      {"EO-YLR",
+       "EO-YLR",
+       false,
+       false,
+       false,
+       EStart::Off,
+       EAction::EmissionOn,
+       {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"},
+       {},
+       kCw},
+      {"EO-YLR again",
+       "EO-YLR",
+       false,
+       false,
+       false,
+       EStart::Emitting,
+       EAction::EmissionOn,
+       {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"},
+       {"DEC", "EMOD"},
+       kCw},
+      {"off", "YLR", false, false, false, EStart::Emitting, EAction::EmissionOff, {"EMOFF"}, {}, ylr::kModulation},
+      // Gate mode goes to QCW without stopping emission: the laser keeps modulation on, the rest follows.
+      {"gate mode to QCW",
+       "YLR",
+       false,
+       true,
+       false,
+       EStart::Emitting,
+       EAction::PulseModelQcw,
+       {"DMOD", "EGM", "DLE", "EPM", "EMON"},
+       {"DMOD"},
+       ylr::kEmission | ylr::kModulation | ylr::kGateMode | ylr::kPulseMode},
+      {"gate mode to CW",
+       "YLR",
+       true,
+       true,
+       false,
+       EStart::Emitting,
+       EAction::PulseModelCw,
+       {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"},
+       {},
+       kCw},
+      {"internal to QCW",
+       "YLR",
+       false,
+       false,
+       false,
+       EStart::Emitting,
+       EAction::PulseModelQcw,
+       {"EMOFF", "DMOD", "DGM", "EPM", "ELE"},
+       {},
+       ylr::kPulseMode | ylr::kEmissionControl},
+      {"internal to CW",
+       "YLR",
+       true,
+       false,
+       false,
+       EStart::Emitting,
+       EAction::PulseModelCw,
+       {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"},
+       {},
+       kCw},
+  };
+
+  std::mutex refusedLock;
+  TCommands refused;
+  FEngine.SetTraceHook([&](const std::string& command, const std::string& reply) {
+    std::lock_guard lock(refusedLock);
+    if (reply.rfind("ERR", 0) == 0 || reply.rfind("BCMD", 0) == 0) refused.push_back(command);
+  });
+  auto takeRefused = [&] {
+    std::lock_guard lock(refusedLock);
+    return std::exchange(refused, {});
+  };
+  const auto refusalLogged = [&] { return FSink->Count(refhost::TRecordingSink::TextContains("IPGLaser: ERR")); };
+
+  ServeTcp("127.0.0.42");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.Name);
+    FParams.Model = c.Model;
+    FParams.CfgIPG.YLR.QCWMode = c.Qcw;
+    FParams.CfgIPG.YLR.GateMode = c.GateMode;
+    FParams.DefParams.AnalogControl = c.Analog;
+    auto& laser = MakeConnected();
+    // Each case starts from a laser with every mode off, straight on the engine (no driver involved).
+    FEngine.Feed("EMOFF\rDEC\rDMOD\rDGM\rDPM\rDLE\rDEABC\r");
+    if (c.Start == EStart::Emitting) {
+      FEngine.Log().Clear();
+      laser.EmissionOn();
+      ASSERT_TRUE(FEngine.Log().WaitFor(c.Qcw && !c.GateMode && c.Model != std::string("EO-YLR") ? "ELE" : "EMON", 5s));
+      if (!c.Qcw || c.GateMode) {
+        ASSERT_TRUE(FEngine.StatusWord() & ylr::kEmission);
+      }
+    }
+    ASSERT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == ((FEngine.StatusWord() & ylr::kEmission) != 0); }));
+    FEngine.Log().Clear();
+    takeRefused();
+    const size_t loggedBefore = refusalLogged();
+
+    switch (c.Action) {
+      case EAction::EmissionOn:
+        laser.EmissionOn();
+        break;
+      case EAction::EmissionOff:
+        laser.EmissionOff();
+        break;
+      case EAction::PulseModelQcw:
+        laser.ExecuteCmd(TIPGYLR2Laser::kCmdPulseModelQcw, 0);
+        break;
+      case EAction::PulseModelCw:
+        laser.ExecuteCmd(TIPGYLR2Laser::kCmdPulseModelCw, 0);
+        break;
+    }
+    EXPECT_EQ(CommandsUntil(c.Sent.back()), c.Sent) << "the bytes on the wire stay as they are";
+    // Two polls after the last command every refusal has been answered and recorded.
+    ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, FEngine.Log().Count("STA") + 2));
+    EXPECT_EQ(takeRefused(), c.Refused);
+    EXPECT_EQ(FEngine.StatusWord() & kModeBits, c.Final);
+    const bool emits = (c.Final & ylr::kEmission) != 0;
+    EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == emits; }));
+    EXPECT_TRUE(Eventually([&] { return laser.GetPulseModel() == ((c.Final & ylr::kPulseMode) != 0); }));
+    if (c.Refused.empty())
+      EXPECT_EQ(refusalLogged(), loggedBefore);
+    else
+      EXPECT_TRUE(Eventually([&] { return refusalLogged() > loggedBefore; })) << "the refusal reaches the log";
+  }
+  FEngine.SetTraceHook({});
+  FParams.DefParams.AnalogControl = false;
 }
 
 TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {

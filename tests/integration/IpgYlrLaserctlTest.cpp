@@ -18,7 +18,7 @@ TEST(IpgYlrLaserctlTest, ExampleConfigurationSwitchesEmissionAndCurrentOnTheSimu
   const auto& status = lines.front();
   EXPECT_TRUE(status.value("IsEmissionOn", false)) << status.dump();
   EXPECT_DOUBLE_EQ(status.value("DiodeCurrent", 0.0), 40.0);
-  EXPECT_EQ(status.value("StateBit", -1), 0x14);  // emission (bit 2) and modulation (bit 4) of a CW laser
+  EXPECT_EQ(status.value("StateBit", -1), 0x1004);  // emission (bit 2) and modulation (bit 12) of a CW laser
 
   // One line per alarm, the status bits among them: emission (ID 4) raised.
   const auto emission =

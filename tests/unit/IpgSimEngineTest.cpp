@@ -28,24 +28,96 @@ TEST(IpgSimEngine, FramesCommandsByCarriageReturnAcrossAndWithinFeeds) {
   EXPECT_EQ(engine.Feed("ST"), "");
   EXPECT_EQ(engine.Feed("A"), "");
   EXPECT_EQ(engine.Feed("\rEMON\rSDC 4"), "STA: 0\rEMON\r");
-  EXPECT_EQ(engine.Feed("0\r\r  \n rcs \r\n"), "SDC: 40\rRCS: 40\r");
+  EXPECT_EQ(engine.Feed("0\r\r  \n rcs \r\n"), "SDC: 40.0\rRCS: 40.0\r");
   EXPECT_EQ(engine.Log().Commands(), (std::vector<std::string>{"STA", "EMON", "SDC 40", "rcs"}));
 
   // A new client must not inherit the half command of the previous one.
   engine.Feed("SDC 9");
   engine.ResetInput();
-  EXPECT_EQ(Ask(engine, "RCS"), "RCS: 40\r");
+  EXPECT_EQ(Ask(engine, "RCS"), "RCS: 40.0\r");
 }
 
-TEST(IpgSimEngine, SetPointsAndReadersAnswerAndOutOfRangeValuesAreRefused) {
+// Exchanges as the laser's manual shows them, each on a laser fresh from power-up.
+TEST(IpgSimEngine, AnswersAsTheLasersManualShows) {
+  struct TCase {
+    std::vector<std::string> Commands;
+    std::vector<std::string> Replies;
+  };
+  const std::vector<TCase> cases = {
+      // Modulation (bit 12) and emission (bit 2).
+      {{"EMOD", "EMON", "STA"}, {"EMOD", "EMON", "STA: 4100"}},
+      // Analogue control is bit 4, the hardware aiming control bit 22, gate mode bit 16, emission control bit 18.
+      {{"EEC", "EEABC", "EGM", "ELE", "STA"}, {"EEC", "EEABC", "EGM", "ELE", "STA: 4522000"}},
+      {{"EEC", "EEABC", "EGM", "ELE", "DEC", "DEABC", "DGM", "DLE", "STA"},
+       {"EEC", "EEABC", "EGM", "ELE", "DEC", "DEABC", "DGM", "DLE", "STA: 0"}},
+      {{"ABN", "EPM", "SDS", "STA"}, {"ABN", "EPM", "SDS", "STA: 1280"}},
+      // Mode changes need emission off.
+      {{"EMON", "EMOD", "DMOD", "EEC", "DEC", "STA"},
+       {"EMON", "ERR: Emission is on", "ERR: Emission is on", "ERR: Emission is on", "ERR: Emission is on", "STA: 4"}},
+      {{"EMON", "EGM", "EPM", "EMOFF", "EMOD", "STA"}, {"EMON", "EGM", "EPM", "EMOFF", "EMOD", "STA: 70656"}},
+      // Unknown mnemonics, with or without a parameter.
+      {{"XYZ", "rdx 5", "SDCX 40"}, {"BCMD", "BCMD", "BCMD"}},
+      // Set points in the manual's format; the filter window is cut down to a multiple of 0.2.
+      {{"SDC 40", "RCS", "SDC 40.56", "RCS"}, {"SDC: 40.0", "RCS: 40.0", "SDC: 40.6", "RCS: 40.6"}},
+      {{"SFWS 2.55", "RFWS", "SFWS 0.3", "SFWS 5", "SFWS 2.4"},
+       {"SFWS: 2.4", "RFWS: 2.4", "SFWS: 0.2", "SFWS: 5.0", "SFWS: 2.4"}},
+      {{"SDC 100.01", "SDC -1", "SFWS 0.1", "SFWS 5.1", "SPRR 0", "SPW 50.01", "RCS"},
+       {"ERR: Out of Range", "ERR: Out of Range", "ERR: Out of Range", "ERR: Out of Range", "ERR: Out of Range",
+        "ERR: Out of Range", "RCS: 0.0"}},
+      {{"SDC", "SDC 4O", "SPRR 10.5", "EMON 1", "STA 1"},
+       {"ERR: Missing parameter", "ERR: Invalid parameter", "ERR: Invalid parameter", "ERR: Invalid parameter",
+        "ERR: Invalid parameter"}},
+      // The diode current in amperes flows only during emission (10 A at 100 % here).
+      {{"SDC 40", "RDC", "EMON", "RDC", "SPW 0.5", "RPW", "SPRR 2000", "RPRR"},
+       {"SDC: 40.0", "RDC: 0.0", "EMON", "RDC: 4.0", "SPW: 0.50", "RPW: 0.50", "SPRR: 2000", "RPRR: 2000"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.Commands));
+    TIpgYlrEngine engine;
+    std::string sent, expected;
+    for (const auto& command : c.Commands) sent += command + "\r";
+    for (const auto& reply : c.Replies) expected += reply + "\r";
+    EXPECT_EQ(engine.Feed(sent), expected);
+  }
+}
+
+TEST(IpgSimEngine, LenientModeAcceptsModeChangesDuringEmission) {
   TIpgYlrEngine engine;
-  EXPECT_EQ(engine.Feed("SDC 40.5\rSDC 100.01\rSDC\rSDC 4O\rRCS\r"),
-            "SDC: 40.5\rERR: Out of range\rERR: Missing parameter\rERR: Invalid parameter\rRCS: 40.5\r");
-  EXPECT_EQ(engine.Feed("SPRR 10.5\rSPW 0.5\rSPW 50.01\rRPW\r"),
-            "ERR: Invalid parameter\rSPW: 0.50\rERR: Out of range\rRPW: 0.50\r");
-  engine.SetNominalPower(2000);
-  EXPECT_EQ(engine.Feed("ROP\rEMON\rROP\rEMON 1\rXYZ\r"),
-            "ROP: Off\rEMON\rROP: 810\rERR: Invalid parameter\rERR: Unknown command\r");
+  engine.SetLenient(true);
+  EXPECT_EQ(engine.Feed("EMON\rEMOD\rEEC\rSTA\rDMOD\rDEC\rSTA\rXYZ\rSDC 101\r"),
+            "EMON\rEMOD\rEEC\rSTA: 4116\rDMOD\rDEC\rSTA: 4\rBCMD\rERR: Out of Range\r");
+}
+
+TEST(IpgSimEngine, EmissionStartUpPhaseShowsForItsTime) {
+  TIpgYlrEngine engine;
+  auto now = std::chrono::steady_clock::now();
+  engine.SetClock([&now] { return now; });
+  engine.SetEmissionStartupTime(3000ms);
+  engine.Feed("SDC 50\r");
+  EXPECT_EQ(Ask(engine, "EMON"), "EMON\r");
+  EXPECT_EQ(StatusFromReply(engine), ipgylr::kEmission | ipgylr::kEmissionStartup);
+  EXPECT_EQ(engine.Feed("ROP\rRDC\rDMOD\r"), "ROP: Off\rRDC: 0.0\rERR: Emission is on\r");
+  now += 2999ms;
+  EXPECT_EQ(Ask(engine, "EMON"), "EMON\r") << "a second EMON does not restart the phase";
+  EXPECT_EQ(engine.StatusWord(), ipgylr::kEmission | ipgylr::kEmissionStartup);
+  now += 1ms;
+  EXPECT_EQ(StatusFromReply(engine), ipgylr::kEmission);
+  EXPECT_EQ(engine.Feed("ROP\rRDC\r"), "ROP: 500\rRDC: 5.0\r");
+
+  EXPECT_EQ(Ask(engine, "EMOFF"), "EMOFF\r");
+  EXPECT_EQ(Ask(engine, "EMON"), "EMON\r");
+  engine.RaiseAlarms(ipgylr::kOverheat);
+  EXPECT_EQ(engine.StatusWord(), ipgylr::kOverheat) << "a fault ends emission and its start-up";
+}
+
+TEST(IpgSimEngine, KeySwitchInRemoteLeavesEmissionToTheHardware) {
+  TIpgYlrEngine engine;
+  engine.SetKeySwitchRemote(true);
+  EXPECT_EQ(StatusFromReply(engine), ipgylr::kKeySwitchRemote);
+  EXPECT_EQ(engine.Feed("EMON\rEMOFF\rABN\rEMOD\rSTA\r"),
+            "ERR: Keyswitch in remote\rERR: Keyswitch in remote\rABN\rEMOD\rSTA: 2101504\r");
+  engine.SetKeySwitchRemote(false);
+  EXPECT_EQ(engine.Feed("EMON\rSTA\r"), "EMON\rSTA: 4356\r");
 }
 
 TEST(IpgSimEngine, AlarmsShowInTheStatusBlockEmissionAndAreClearedByReset) {

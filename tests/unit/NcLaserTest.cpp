@@ -134,8 +134,9 @@ TEST_F(TNcLaserTest, WithoutIoASimulatedBoardIsCreatedOnceWhoeverAsksFirst) {
   auto laser = MakeLaser<TRecordingLaser>(FParams, nullptr);
   ASSERT_TRUE(laser);
   std::shared_ptr<nchost::ICtrlExtIO> seen[2];
-  std::thread other([&] { seen[0] = laser->GetCtrlExtIO(); });
-  seen[1] = laser->GetCtrlExtIO();
+  auto target = [&] { return std::static_pointer_cast<TLaserIOGate>(laser->GetCtrlExtIO())->Target(); };
+  std::thread other([&] { seen[0] = target(); });
+  seen[1] = target();
   other.join();
   EXPECT_EQ(seen[0], seen[1]);
   EXPECT_NE(dynamic_cast<TSimIOExtBoard*>(seen[1].get()), nullptr);
