@@ -19,7 +19,7 @@ namespace {
 constexpr nchost::TEcatLaserIdentity kIpgIdentity{0xE0000044, 3};
 // Below this rated power the set-point would always be 0 W; the laser is taken as a 1 W laser instead.
 constexpr double kMinRatedPower = 0.01;
-// The alarm kind the host shows for this laser's alarms, added to the common laser alarm definition.
+// Added to the first word of the common laser alarm definition for this laser's alarms (the word is the host's).
 constexpr int32_t kEcatAlarmKind = 128;
 
 std::shared_ptr<nchost::IEcatLaserSlave> BusLaserSlave() {
@@ -45,40 +45,27 @@ const TIPGEcatLaser::TStartStep TIPGEcatLaser::kStartSequence[5] = {
 };
 
 TIPGEcatLaser::TIPGEcatLaser(const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io)
-    : TFiberLaser(params, std::move(io)), FSlave(BusLaserSlave()) {}
+    : TFiberLaser(params, std::move(io)), FBus(BusLaserSlave()) {}
 
 void TIPGEcatLaser::Create() {
   TFiberLaser::Create();
-  std::lock_guard lock(FControlMutex);
-  WriteControlLocked(kCtrlEnable);
+  FBus.WriteInput(kControlWord, kCtrlEnable);
 }
 
 void TIPGEcatLaser::BeforeDestruction() {
-  {
-    // Everything off in one write; after it nothing reaches the bus, and a waiting start or reset gives up.
-    std::lock_guard lock(FControlMutex);
-    WriteControlLocked(0);
-    FStopped = true;
-  }
-  FShutdownSignal.notify_all();
+  // Everything off in one write, first: the laser is safe before anything else is switched, and whatever the host
+  // still calls on this laser afterwards cannot reach the bus.
+  FBus.Close(kControlWord, 0);
   TFiberLaser::BeforeDestruction();
 }
 
 // ---- the process image ---------------------------------------------------------------------------------------------
 
-uint32_t TIPGEcatLaser::Status() { return FSlave->ReadOutput(kStatusWord); }
+uint32_t TIPGEcatLaser::Status() { return FBus.ReadOutput(kStatusWord); }
 
-void TIPGEcatLaser::WriteControlLocked(uint32_t value) {
-  if (!FStopped) FSlave->WriteInput(kControlWord, value);
-}
-
-void TIPGEcatLaser::ChangeControlLocked(uint32_t bit, bool set) {
-  const uint32_t control = FSlave->ReadInput(kControlWord);
-  WriteControlLocked(set ? control | bit : control & ~bit);
-}
-
-bool TIPGEcatLaser::HoldUntilLocked(std::unique_lock<std::mutex>& lock, Clock::time_point deadline) {
-  return !FShutdownSignal.wait_until(lock, deadline, [this] { return FStopped; });
+bool TIPGEcatLaser::ChangeAndHold(uint32_t bit, bool set, std::chrono::milliseconds hold) {
+  if (!FBus.ChangeInput(kControlWord, bit, set)) return false;
+  return FBus.HoldUntil(TEcatSlaveGate::Clock::now() + hold);
 }
 
 // ---- operations --------------------------------------------------------------------------------------------------
@@ -88,56 +75,47 @@ std::string TIPGEcatLaser::GetAlarmIDPrefix() { return "IPGEcat"; }
 
 void TIPGEcatLaser::PowerOn() {
   TFiberLaser::PowerOn();
-  std::lock_guard lock(FControlMutex);
-  ChangeControlLocked(kCtrlEnable, true);
+  FBus.ChangeInput(kControlWord, kCtrlEnable, true);
 }
 
 void TIPGEcatLaser::EmissionOn() {
   TFiberLaser::EmissionOn();
-  std::unique_lock lock(FControlMutex);
   // A laser that is not started is restarted from scratch: emission, start and enable dropped, then enable and
   // start raised in order, each held until the laser has taken it.
   if ((Status() & kStatStarted) != kStatStarted) {
-    for (const TStartStep& step : kStartSequence) {
-      if (FStopped) return;
-      ChangeControlLocked(step.Bit, step.Set);
-      if (!HoldUntilLocked(lock, Clock::now() + step.Hold)) return;
-    }
+    for (const TStartStep& step : kStartSequence)
+      if (!ChangeAndHold(step.Bit, step.Set, step.Hold)) return;
   }
-  ChangeControlLocked(kCtrlEmission, true);
+  FBus.ChangeInput(kControlWord, kCtrlEmission, true);
 }
 
 void TIPGEcatLaser::EmissionOff() {
   TFiberLaser::EmissionOff();
-  std::lock_guard lock(FControlMutex);
-  ChangeControlLocked(kCtrlEmission, false);
+  FBus.ChangeInput(kControlWord, kCtrlEmission, false);
 }
 
 void TIPGEcatLaser::SetAimingOn(bool on) {
   // The laser switches its own aiming beam: no IO output, no exclusion with emission.
-  std::lock_guard lock(FControlMutex);
-  ChangeControlLocked(kCtrlAiming, on);
+  FBus.ChangeInput(kControlWord, kCtrlAiming, on);
 }
 
 void TIPGEcatLaser::ResetAlarm(int32_t id) {
   TFiberLaser::ResetAlarm(id);
-  std::unique_lock lock(FControlMutex);
   // The reset bit alone: the laser drops enable, aiming and emission with the pulse and must be started again.
-  WriteControlLocked(kCtrlReset);
-  if (!HoldUntilLocked(lock, Clock::now() + kResetPulse)) return;
-  WriteControlLocked(0);
+  if (!FBus.WriteInput(kControlWord, kCtrlReset)) return;
+  if (!FBus.HoldUntil(TEcatSlaveGate::Clock::now() + kResetPulse)) return;
+  FBus.WriteInput(kControlWord, 0);
 }
 
 bool TIPGEcatLaser::SetDiodeCustom(double value) {
-  std::lock_guard diodeLock(FDiodeLock);
+  std::lock_guard lock(FDiodeLock);
   FDiodeCurrent.store(value);
   if (FParams.DefParams.Power < kMinRatedPower) {
     ShowMsg("FLaserParams.DefParams.Power := 1", 0);
     FParams.DefParams.Power = 1.0;
   }
   const int32_t watts = RoundHalfEven(FParams.DefParams.Power * value / 100.0);
-  std::lock_guard lock(FControlMutex);
-  if (!FStopped) FSlave->WriteInput(kPowerWatts, static_cast<uint32_t>(std::max(watts, 0)));
+  FBus.WriteInput(kPowerWatts, static_cast<uint32_t>(std::max(watts, 0)));
   return true;
 }
 
@@ -165,7 +143,7 @@ std::string TIPGEcatLaser::GetAlarmDesc(int32_t id) {
 bool TIPGEcatLaser::UpdateAlarms(nchost::INcAlarmReport20& report) {
   bool raised = TFiberLaser::UpdateAlarms(report);
   const uint32_t status = Status();
-  const uint32_t alarms = FSlave->ReadOutput(kAlarmDword);
+  const uint32_t alarms = FBus.ReadOutput(kAlarmDword);
   FLastStatus.store(status);
   FLastAlarms.store(alarms);
   const bool valid = (status & kStatAlarmsValid) != 0;

@@ -9,14 +9,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "core/FiberLaser.h"
-#include "host/Ecat.h"
+#include "ecat/EcatSlaveGate.h"
 
 namespace devlaser {
 
@@ -37,7 +35,8 @@ class TIPGEcatLaser : public TFiberLaser {
 
   // Enables the laser (control word 1).
   void Create() override;
-  // Cuts a running start sequence or reset pulse short and leaves control word 0, before the base switches off.
+  // Leaves control word 0 and closes the laser's door to the bus before the base switches off: a start sequence
+  // or reset pulse under way gives up, and nothing reaches the slave any more.
   void BeforeDestruction() override;
 
   std::string GetDeviceDesc() override;
@@ -60,19 +59,11 @@ class TIPGEcatLaser : public TFiberLaser {
   uint32_t LastAlarmDword() const { return FLastAlarms.load(); }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   uint32_t Status();
-  // Read-modify-write of the control word; nothing is written once the laser is shut down. Both need FControlMutex.
-  void ChangeControlLocked(uint32_t bit, bool set);
-  void WriteControlLocked(uint32_t value);
-  // Waits until `deadline` unless the laser is shut down first; false when it was.
-  bool HoldUntilLocked(std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
+  // Writes one control bit, then holds it for `hold` unless the laser is shut down; false when it was.
+  bool ChangeAndHold(uint32_t bit, bool set, std::chrono::milliseconds hold);
 
-  const std::shared_ptr<nchost::IEcatLaserSlave> FSlave;
-  std::mutex FControlMutex;  // one control-word change at a time; never held during a wait
-  std::condition_variable FShutdownSignal;
-  bool FStopped = false;  // guarded by FControlMutex
+  TEcatSlaveGate FBus;
   std::atomic<uint32_t> FLastStatus{0};
   std::atomic<uint32_t> FLastAlarms{0};
 };
