@@ -1,5 +1,6 @@
-// How precisely the IO step sequencer keeps its delays, and what a laser costs the processor while its handshake
-// waits out a long delay. Run: build/release/bench/devlaser_bench --benchmark_filter=Sequencer
+// How precisely the IO step sequencer keeps its delays, how soon it sees an awaited input change, and what a laser
+// costs the processor while its handshake waits out a long delay or an input. Run: build/release/bench/devlaser_bench
+// --benchmark_filter=Sequencer
 #include <benchmark/benchmark.h>
 #include <time.h>
 
@@ -98,5 +99,54 @@ void BM_SequencerIdleCpuDuringLongDelay(benchmark::State& state) {
   state.counters["free_mid_delay_ms"] = freeMs;
 }
 BENCHMARK(BM_SequencerIdleCpuDuringLongDelay)->Arg(1000)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// An input that a test flips from outside; the time of the first output write is noted as above.
+class TSwitchedInputIO : public TTimestampIO {
+ public:
+  bool GetInputBit(uint8_t) override { return FInput.load(); }
+  void SetInput() {
+    FSetTime.store(Clock::now());
+    FInput.store(true);
+  }
+  Clock::time_point SetTime() const { return FSetTime.load(); }
+
+ private:
+  std::atomic<bool> FInput{false};
+  std::atomic<Clock::time_point> FSetTime{};
+};
+
+// A sequence { wait for input 1, output 2 on } whose input switches on at an odd moment while the sequence reads
+// it: the output follows one settling pause after the input is seen. Reports how late the input was seen and the
+// processor time the wait cost.
+void BM_SequencerInputLatency(benchmark::State& state) {
+  double worstMs = 0, sumMs = 0, cpuShare = 0;
+  int64_t round = 0;
+  for (auto _ : state) {
+    auto io = std::make_shared<TSwitchedInputIO>();
+    auto done = std::make_shared<devlaser::TLaserSemaphore>(0, 1);
+    devlaser::TLaserIOThread sequence(nullptr);
+    sequence.SetCtrlExtIO(io);
+    sequence.SetFinishSemaphore(done);
+    sequence.AddInport(1, true, 5000);
+    sequence.AddOutport(2, true);
+    const double cpuBefore = ProcessCpuSeconds();
+    const auto start = Clock::now();
+    sequence.Start();
+    // 200 ms plus a step through the read period, so the change falls anywhere between two reads.
+    std::this_thread::sleep_for(std::chrono::microseconds(200000 + (round++ * 37) % 1000));
+    io->SetInput();
+    done->Acquire();
+    cpuShare = (ProcessCpuSeconds() - cpuBefore) / std::chrono::duration<double>(Clock::now() - start).count();
+    const double seenMs = std::chrono::duration<double, std::milli>(io->WriteTime() - io->SetTime()).count() -
+                          devlaser::TLaserIOThread::kSettleMs;
+    state.SetIterationTime(seenMs > 0 ? seenMs / 1000.0 : 0.0);
+    sumMs += seenMs;
+    if (seenMs > worstMs) worstMs = seenMs;
+  }
+  state.counters["mean_seen_after_ms"] = sumMs / static_cast<double>(state.iterations());
+  state.counters["worst_seen_after_ms"] = worstMs;
+  state.counters["cpu_percent_of_one_core_while_waiting"] = cpuShare * 100.0;
+}
+BENCHMARK(BM_SequencerInputLatency)->Iterations(20)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -44,16 +44,6 @@ TJson NodeToJson(const TXmlSubConfig& node, const std::string& path, const TConf
   return object;
 }
 
-std::string JsonKindName(const TJson& value) {
-  if (value.is_number_float()) return "a fractional number";
-  if (value.is_number()) return "a whole number";
-  if (value.is_boolean()) return "a boolean";
-  if (value.is_string()) return "a text";
-  if (value.is_array()) return "an array";
-  if (value.is_object()) return "an object";
-  return "null";
-}
-
 // Converts `json` into a value of the type of `like`; false, with `why`, when it is of another type.
 bool JsonToValue(const TJson& json, const TConfigValue& like, TConfigValue& value, std::string& why) {
   switch (like.index()) {
@@ -79,6 +69,16 @@ bool JsonToValue(const TJson& json, const TConfigValue& like, TConfigValue& valu
           return true;
         }
         why = json.dump() + " is outside the 32-bit integer range";
+        return false;
+      }
+      if (json.is_number_float() && JsonIsWholeNumber(json)) {
+        // "6.0", "1e3", and integers beyond 64 bits (read as doubles) are whole numbers too.
+        const double v = json.get<double>();
+        if (v >= std::numeric_limits<int32_t>::min() && v <= std::numeric_limits<int32_t>::max()) {
+          value = static_cast<int32_t>(v);
+          return true;
+        }
+        why = "a whole number outside the 32-bit integer range";  // its digits were rounded on reading
         return false;
       }
       break;

@@ -86,10 +86,14 @@ void TLaserIOThread::WaitForInput(TLaserThread& thread, const TNcIOStep& step) {
   int32_t timeOut = step.Delay < 0 || step.Delay > kMaxDelayMs ? kMaxDelayMs : step.Delay;
   auto deadline = TLaserThread::Clock::now() + std::chrono::milliseconds(timeOut);
   auto port = static_cast<uint8_t>(step.Port);
+  // Reads on a fixed grid of the steady clock, so that the time a read takes does not stretch the period.
+  auto nextRead = TLaserThread::Clock::now();
   while (FCtrlExtIO && FCtrlExtIO->GetInputBit(port) != step.PortStatus) {
-    auto now = TLaserThread::Clock::now();
+    const auto now = TLaserThread::Clock::now();
     if (now >= deadline) return;
-    if (!thread.SleepUntil(std::min(now + kInputPollInterval, deadline))) return;
+    nextRead += kInputPollInterval;
+    if (nextRead < now) nextRead = now;  // behind after a long stall: read again at once, don't catch up
+    if (!thread.SleepUntil(std::min(nextRead, deadline))) return;
   }
 }
 

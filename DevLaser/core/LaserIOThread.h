@@ -30,8 +30,9 @@ class TLaserIOThread {
   static constexpr int32_t kMaxDelayMs = 600000;
   // Outputs and inputs of a hard-wired laser need this pause after each step to settle.
   static constexpr int32_t kSettleMs = 10;
-  // How often an awaited input is read.
-  static constexpr auto kInputPollInterval = std::chrono::milliseconds(2);
+  // How often an awaited input is read: a change is seen within half a millisecond plus the wake-up latency.
+  // The IO extension tells of no change, so the wait reads; it sleeps between reads and only during a wait.
+  static constexpr auto kInputPollInterval = std::chrono::microseconds(500);
 
   // `terminateSemaphore` is released exactly once when the run ends, whatever the reason (also when it never
   // starts); it may be null.

@@ -1,11 +1,19 @@
 #include "frame/Format.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 namespace devlaser {
 namespace {
+
+// Format texts come from locale files that operators edit: a width or precision beyond this is cut to it, so that
+// "%99999999999f" neither overflows the parser nor asks for gigabytes.
+constexpr int kMaxWidth = 1024;
+// Fixed notation of the largest double has 309 digits before the point; the rest is room for sign and exponent.
+constexpr size_t kNumberBufferSize = 320 + kMaxWidth;
 
 struct TConversion {
   bool Left = false, Zero = false, Plus = false, Blank = false;
@@ -17,7 +25,13 @@ struct TConversion {
 int64_t AsInt(const TFormatArg& a) {
   if (auto* v = std::get_if<int64_t>(&a)) return *v;
   if (auto* v = std::get_if<uint64_t>(&a)) return static_cast<int64_t>(*v);
-  if (auto* v = std::get_if<double>(&a)) return std::isfinite(*v) ? static_cast<int64_t>(*v) : 0;
+  if (auto* v = std::get_if<double>(&a)) {
+    // Out-of-range doubles are clamped: casting them would be undefined behaviour.
+    if (std::isnan(*v)) return 0;
+    if (*v >= 0x1p63) return std::numeric_limits<int64_t>::max();
+    if (*v < -0x1p63) return std::numeric_limits<int64_t>::min();
+    return static_cast<int64_t>(*v);
+  }
   auto s = std::get<std::string_view>(a);
   int64_t r = 0;
   std::from_chars(s.data(), s.data() + s.size(), r);
@@ -41,8 +55,11 @@ std::string AsText(const TFormatArg& a) {
   return std::to_string(std::get<int64_t>(a));
 }
 
+// Appends decimal digits to `value`, stopping at kMaxWidth.
+void AddDigit(int& value, char digit) { value = std::min(kMaxWidth, value * 10 + (digit - '0')); }
+
 std::string FormatNumber(const TConversion& conv, const TFormatArg& arg) {
-  char buf[512];
+  char buf[kNumberBufferSize];
   char* end = buf;
   bool negative = false;
   std::string digits;
@@ -143,13 +160,11 @@ std::string FormatV(std::string_view fmt, std::initializer_list<TFormatArg> args
       else
         break;
     }
-    while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
-      conv.Width = conv.Width * 10 + (fmt[i++] - '0');
+    while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i]))) AddDigit(conv.Width, fmt[i++]);
     if (i < fmt.size() && fmt[i] == '.') {
       conv.Precision = 0;
       ++i;
-      while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i])))
-        conv.Precision = conv.Precision * 10 + (fmt[i++] - '0');
+      while (i < fmt.size() && std::isdigit(static_cast<unsigned char>(fmt[i]))) AddDigit(conv.Precision, fmt[i++]);
     }
     while (i < fmt.size() && (fmt[i] == 'l' || fmt[i] == 'h' || fmt[i] == 'z')) ++i;
     if (i >= fmt.size() || next == args.end()) {
@@ -180,9 +195,11 @@ std::string FormatV(std::string_view fmt, std::initializer_list<TFormatArg> args
         out += s;
         break;
       }
-      case 'c':
-        out += static_cast<char>(AsInt(arg));
+      case 'c': {
+        const int64_t code = AsInt(arg);
+        out += code >= 0 && code <= 255 ? static_cast<char>(static_cast<unsigned char>(code)) : '?';
         break;
+      }
       default:  // unknown conversion: keep the text, give the argument back
         out.append(fmt.substr(start, i - start + 1));
         --next;

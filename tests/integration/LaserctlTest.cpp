@@ -76,8 +76,8 @@ TEST(LaserctlTest, BadOptionsAndMalformedFilesStopBeforeAnythingRuns) {
   const auto notAPlugin = scratch.Write("libNotAPlugin.so", "this is text, not a shared object\n");
   // The option, its value, and a part of the message on standard error.
   const std::vector<std::array<std::string, 3>> cases = {
-      {"--config", jsonFile, jsonFile + "' is refused, nothing was loaded: parse error at line 3"},
-      {"--params", paramsFile, paramsFile + ": not valid JSON, refused: parse error at line 2"},
+      {"--config", jsonFile, jsonFile + "' is refused, nothing was loaded: line 3, column 17"},
+      {"--params", paramsFile, paramsFile + ", line 2, column 3: unexpected '\"DefParams\"'"},
       {"--input", "70=1", "--input 70: the simulated IO extension has no such input"},
       {"--lib", notAPlugin, "cannot load the laser plug-in " + notAPlugin},
   };

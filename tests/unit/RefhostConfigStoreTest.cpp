@@ -88,4 +88,46 @@ TEST_F(ConfigStoreTest, ReportsReachTheHostAsLogLines) {
   EXPECT_THAT(logs[1].Text, AllOf(HasSubstr("inline.json"), HasSubstr("DA ignored: expected an object")));
 }
 
+// How numbers of each shape reach an integer key: whole numbers in range are taken however written; the rest is
+// named for what it is ("a fractional number" only when there is a fraction).
+TEST_F(ConfigStoreTest, NumbersReachIntegerKeysOrAreNamedForWhatTheyAre) {
+  struct TCase {
+    std::string Value;
+    int32_t Stored;        // CtrlPort afterwards (it starts at 0)
+    std::string Reported;  // part of the one warning, or empty for none
+  };
+  const std::vector<TCase> cases = {
+      {"6", 6, ""},
+      {"6.0", 6, ""},
+      {"-2147483648", std::numeric_limits<int32_t>::min(), ""},
+      {"2147483648", 0, "CtrlPort ignored: 2147483648 is outside the 32-bit integer range"},
+      {"99999999999999999999999", 0, "CtrlPort ignored: a whole number outside the 32-bit integer range"},
+      {"-1e30", 0, "CtrlPort ignored: a whole number outside the 32-bit integer range"},
+      {"6.5", 0, "CtrlPort ignored: expected a whole number, found a fractional number"},
+      {"[[[6]]]", 0, "CtrlPort ignored: expected a whole number, found an array"},
+  };
+  for (const auto& c : cases) {
+    FReports.clear();
+    TLaserConfig root;
+    EXPECT_TRUE(refhost::LoadJsonText(root, R"({"CtrlPort": )" + c.Value + "}", "ports.json", Report())) << c.Value;
+    EXPECT_EQ(root.CtrlPort(), c.Stored) << c.Value;
+    if (c.Reported.empty()) {
+      EXPECT_THAT(FReports, IsEmpty()) << c.Value;
+    } else {
+      ASSERT_EQ(FReports.size(), 1u) << c.Value;
+      EXPECT_THAT(FReports[0], HasSubstr(c.Reported));
+    }
+  }
+}
+
+TEST_F(ConfigStoreTest, ANumberNoDoubleHoldsRefusesTheFileWithItsPosition) {
+  TLaserConfig root;
+  EXPECT_FALSE(refhost::LoadJsonText(root, "{\n  \"CtrlPort\": 5,\n  \"Power\": 1e999\n}", "huge.json", Report()));
+  ASSERT_EQ(FReports.size(), 1u);
+  EXPECT_EQ(FReports[0], std::to_string(nchost::msgtype::kError) +
+                             ": configuration file 'huge.json' is refused, nothing was loaded: line 3, column 12: "
+                             "the number 1e999 is out of range");
+  EXPECT_EQ(root.CtrlPort(), 0) << "nothing of a refused file is applied";
+}
+
 }  // namespace

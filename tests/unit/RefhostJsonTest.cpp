@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "refhost/JsonObject.h"
+#include "refhost/JsonParse.h"
 
 namespace {
 
@@ -60,9 +61,38 @@ TEST(JsonObjectTest, ViewsWriteThroughToTheirPlaceInTheDocument) {
 TEST(JsonObjectTest, BadTextIsRefusedWithItsPosition) {
   std::string error;
   EXPECT_EQ(refhost::ParseJson("{\n  \"Cmds\": [1, 2,\n  ]\n}", error), nullptr);
-  EXPECT_THAT(error, HasSubstr("line 3, column 3"));
+  EXPECT_THAT(error, HasSubstr("line 3, column 3: unexpected"));
   EXPECT_EQ(refhost::ParseJson(R"({"a": 1} trailing)", error), nullptr);
   EXPECT_EQ(refhost::ParseJson("// comment\n{}", error), nullptr);
+}
+
+// Documents found by feeding the readers hostile files: each is refused with where it goes wrong, in words an
+// operator can act on, and never with the parser's own exception text.
+TEST(JsonObjectTest, HostileDocumentsAreRefusedWithTheirPositionInPlainWords) {
+  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"DefParams": {"Power": 1e999}})", "line 1, column 25: the number 1e999 is out of range"},
+      {"{\n  \"A\": -1e400\n}", "line 2, column 8: the number -1e400 is out of range"},
+      {"{\n  \"Cmds\": [1, 2,\n  ]\n}", "line 3, column 3: unexpected ']'"},
+      {R"({"DefParams": {"Power": )" + deep + "}}", "line 1, column 279: arrays and objects nest deeper than 256"},
+      {R"({"a": tru})", "line 1, column 7: 'tru' is not a JSON value"},
+      {R"({"a": 1} trailing)", "line 1, column 10: more follows the end of the JSON value: 'trailing'"},
+      {R"({"a": 0x1F})", "line 1, column 7: '0x1F' is not a number"},
+      {R"({"a": )", "the text ends inside a JSON value"},
+      {"{\"a\": \"\x01\"}", "line 1, column 8: a control character in a text must be written as an escape"},
+  };
+  for (const auto& [text, expected] : cases) {
+    refhost::TJson document;
+    std::string error;
+    EXPECT_FALSE(refhost::ParseJsonText(text, document, error, /*allowComments=*/true)) << expected;
+    EXPECT_THAT(error, HasSubstr(expected));
+    EXPECT_THAT(error, testing::Not(HasSubstr("json.exception")));
+  }
+  // Brackets in texts and comments are not nesting.
+  refhost::TJson document;
+  std::string error;
+  const std::string brackets = "// [[[[\n{\"a\": \"" + std::string(300, '[') + "\"}";
+  EXPECT_TRUE(refhost::ParseJsonText(brackets, document, error, true)) << error;
 }
 
 }  // namespace

@@ -76,8 +76,10 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   app.add_option("--lib", options.LibFile,
                  "The plug-in to load (default: libDevLaser.so beside laserctl, then the installed one)")
       ->type_name("FILE");
+  // One value per occurrence, so that "--input 3=1 status" leaves "status" to the commands.
   app.add_option("--serial", options.SerialPorts, "Serial port number N is the device PATH (repeatable)")
-      ->type_name("N=PATH");
+      ->type_name("N=PATH")
+      ->allow_extra_args(false);
   app.add_option("--host-dir", options.HostDir,
                  "The folder the host presents as its executable's folder (description files are found there)")
       ->check(CLI::ExistingDirectory)
@@ -87,7 +89,8 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
       ->type_name("FILE");
   std::vector<std::string> inputs;
   app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
-      ->type_name("N=0|1");
+      ->type_name("N=0|1")
+      ->allow_extra_args(false);
   app.add_flag("--sim", options.Sim,
                "Start the simulator that matches the configured laser's protocol and connect the laser to it");
   app.add_option("--ecat-alarm", options.EcatAlarm,
@@ -116,6 +119,8 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
     options.Inputs.push_back(setting);
   }
   options.Words = app.remaining();
+  // "--" between the options and the commands is accepted as the usual end of the options.
+  if (!options.Words.empty() && options.Words.front() == "--") options.Words.erase(options.Words.begin());
   return std::nullopt;
 }
 

@@ -2,29 +2,23 @@
 
 #include <algorithm>
 #include <limits>
-#include <nlohmann/json.hpp>
 
 #include "ParamFields.h"
 #include "host/HostDefs.h"
 #include "refhost/FileText.h"
+#include "refhost/JsonParse.h"
 
 namespace laserctl {
 namespace {
 
 using devlaser::TDataTransType;
 using devlaser::TEnumLaserType;
-using nlohmann::json;
+using json = refhost::TJson;
 
 template <class... F>
 struct TOverload : F... {
   using F::operator()...;
 };
-
-std::string JsonTypeName(const json& value) {
-  if (value.is_number_integer()) return "a whole number";
-  if (value.is_number_float()) return "a number with a fraction";
-  return std::string("a ") + value.type_name();
-}
 
 bool WholeNumberIn(const json& value, int64_t low, int64_t high, int64_t& out) {
   if (value.is_number_unsigned()) {
@@ -116,8 +110,8 @@ void ApplyObject(const json& object, const std::string& prefix, const std::strin
       if (value.is_object())
         ApplyObject(value, path, source, params, report);
       else
-        report(nchost::msgtype::kWarning,
-               source + ": " + path + " is " + JsonTypeName(value) + ", expected an object of fields; ignored");
+        report(nchost::msgtype::kWarning, source + ": " + path + " is " + refhost::JsonKindName(value) +
+                                              ", expected an object of fields; ignored");
       continue;
     }
     const TParamField* field = FindParamField(path);
@@ -127,8 +121,8 @@ void ApplyObject(const json& object, const std::string& prefix, const std::strin
     }
     const std::string expected = Apply(field->Get(params), value);
     if (!expected.empty())
-      report(nchost::msgtype::kWarning,
-             source + ": " + path + " is " + value.dump() + ", expected " + expected + "; the field keeps its value");
+      report(nchost::msgtype::kWarning, source + ": " + path + " is " + refhost::JsonKindName(value) + ", expected " +
+                                            expected + "; the field keeps its value");
   }
 }
 
@@ -152,18 +146,14 @@ bool LoadParamsJsonText(const std::string& text, const std::string& sourceName, 
                         const refhost::TConfigReport& report) {
   const refhost::TConfigReport say = report ? report : [](int, const std::string&) {};
   json document;
-  try {
-    document = json::parse(text, nullptr, true, /*ignore_comments=*/true);
-  } catch (const json::parse_error& e) {
-    // The library's text reads "[json.exception.parse_error.101] parse error at line 3, column 5: ...".
-    std::string what = e.what();
-    if (const auto start = what.find("parse error"); start != std::string::npos) what.erase(0, start);
-    say(nchost::msgtype::kError, sourceName + ": not valid JSON, refused: " + what);
+  std::string error;
+  if (!refhost::ParseJsonText(text, document, error, /*allowComments=*/true)) {
+    say(nchost::msgtype::kError, sourceName + ", " + error + "; the parameter record is refused");
     return false;
   }
   if (!document.is_object()) {
-    say(nchost::msgtype::kError,
-        sourceName + ": the parameter record must be a JSON object, not " + JsonTypeName(document) + "; refused");
+    say(nchost::msgtype::kError, sourceName + ": the parameter record must be a JSON object, not " +
+                                     refhost::JsonKindName(document) + "; refused");
     return false;
   }
   // Values are applied to a copy, so that the caller's record changes only once the whole file has been read.
@@ -190,7 +180,7 @@ std::string ParamsToJson(const devlaser::TLaserParams& params) {
     std::replace(pointer.begin(), pointer.end(), '.', '/');
     document[nlohmann::ordered_json::json_pointer(pointer)] = FieldToJson(field.Get(copy));
   }
-  return document.dump(-1, ' ', false, json::error_handler_t::replace);
+  return refhost::DumpJson(document);
 }
 
 }  // namespace laserctl

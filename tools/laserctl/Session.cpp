@@ -157,13 +157,13 @@ bool TSession::PrepareLaserSource() {
   }
   if (!FOptions.ParamsFile.empty()) {
     FParams = std::make_unique<devlaser::TLaserParams>();
-    return LoadParamsJson(FOptions.ParamsFile, *FParams, refhost::ReportToApp(FApp, "Params"));
-  }
-  if (FOptions.Debug) {
+    if (!LoadParamsJson(FOptions.ParamsFile, *FParams, refhost::ReportToApp(FApp, "Params"))) return false;
+  } else if (FOptions.Debug) {
     // What the plug-in makes of no configuration, with its debug traces on.
     FParams = std::make_unique<devlaser::TLaserParams>();
     FParams->Model = "Default";
   }
+  if (FParams && FOptions.Debug) FParams->DefParams.DebugMode = true;
   return true;
 }
 
