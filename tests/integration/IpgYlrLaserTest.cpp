@@ -471,16 +471,30 @@ TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
   EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() && laser.GetIsAimingOn(); }));
 }
 
-TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseReturnsPromptlyAndLeavesNoThread) {
+TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseEndsThePulseAndLeavesNoThread) {
+  constexpr int kStart = 12, kPower = 13;
   ServeTcp("127.0.0.45");
   FParams.CfgIPG.YLR.UseRemoteCtrl = true;
-  FParams.CfgIPG.YLR.YLRStartPort = 12;
-  FParams.CfgIPG.PowerCtrlPort = 13;
+  FParams.CfgIPG.YLR.YLRStartPort = kStart;
+  FParams.CfgIPG.PowerCtrlPort = kPower;
   const size_t before = ThreadCount();
   MakeConnected().PowerOn();
+  ASSERT_TRUE(FIO->State().Outputs.test(kStart) && FIO->State().Outputs.test(kPower));
   EXPECT_GT(ThreadCount(), before);
   EXPECT_LT(Timed([&] { FLaser.reset(); }), 1000ms);  // the pulses would have lasted 3 s
-  EXPECT_TRUE(Eventually([&] { return ThreadCount() == before; })) << ThreadCount() << " vs " << before;
+  // Both pulses were cut short, and both outputs are off: destruction never leaves a pulse standing.
+  EXPECT_FALSE(FIO->State().Outputs.test(kStart));
+  EXPECT_FALSE(FIO->State().Outputs.test(kPower));
+  EXPECT_EQ(ThreadCount(), before);
+}
+
+TEST_F(IpgYlrLaserSimTest, NamedResetThroughTheHostInterfaceClearsTheLaserErrors) {
+  ServeTcp("127.0.0.49");
+  auto& laser = MakeConnected();
+  FEngine.Log().Clear();
+  nchost::INcLaser30& host = laser;
+  host.ExecCmd("ResetErrors", 0);
+  EXPECT_TRUE(FEngine.Log().WaitFor("RERR", 5s));
 }
 
 TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
@@ -515,8 +529,15 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
   EXPECT_TRUE(FEngine.Log().WaitFor("ABN", 5s));
   EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
   EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
-  // The address kept answering the reachability probe, so the link counts as the same one: announced once.
-  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 1u);
+  // The operator learns that the link is back: once per reconnection, here after the peer closed the connection
+  // long before any keep-alive ping could time out.
+  EXPECT_TRUE(Eventually([&] { return Shown(SLaserConnectedOk.Text()) == 2u; }));
+  FServer.Stop();
+  ASSERT_TRUE(Eventually([&] { return !laser.Driver()->IsConnectedOk(); }));
+  ASSERT_TRUE(FServer.Start("127.0.0.46")) << FServer.LastError();
+  EXPECT_TRUE(Eventually([&] { return Shown(SLaserConnectedOk.Text()) == 3u; }, 10s));
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(Shown(SLaserConnectedOk.Text()), 3u);  // once per connection, not per reply
 }
 
 TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {

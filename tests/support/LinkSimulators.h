@@ -1,0 +1,52 @@
+// The simulated lasers that lifecycle tests put at the far end of a laser class's link, one entry per family.
+// A family that gains a simulator adds one entry to LinkSimulatorFamilies(): the registry names of the classes it
+// serves, the links it speaks, and how to make one. The suite then runs every listed class over every listed link.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "frame/LaserParams.h"
+#include "refhost/transport/SerialPortMap.h"
+
+namespace testsupport {
+
+enum class TLink { None, Tcp, Udp, Serial };
+const char* LinkName(TLink link);
+
+// Where a simulator serves, chosen by the test so that parallel tests never share an address or a port number.
+struct TSimSlot {
+  std::string Address;     // a loopback address (127.0.0.N) for TCP and UDP
+  int32_t SerialPort = 0;  // the port number the laser is given for the pseudo-terminal
+  std::shared_ptr<refhost::TSerialPortMap> SerialPorts;
+};
+
+class TLinkSimulator {
+ public:
+  virtual ~TLinkSimulator() = default;
+  // Starts serving on `link` in `slot` and points the laser's parameters at it; false with `error` set on failure.
+  virtual bool Start(TLink link, const TSimSlot& slot, devlaser::TLaserParams& params, std::string& error) = 0;
+  // Ends serving (peers see the laser vanish); the laser's state survives for the next Start.
+  virtual void Stop() = 0;
+  // Commands (or frames) received since construction: the simulator's log, which stops growing once no laser
+  // talks to it any more.
+  virtual size_t Received() const = 0;
+  // Whether `command` arrives (again) within `timeout`; frames of binary protocols may match on their name.
+  virtual bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times = 1) const = 0;
+};
+
+struct TSimFamily {
+  std::vector<std::string> Classes;  // registry class names, e.g. "TIPGYLR2Laser"
+  std::vector<TLink> Links;
+  std::function<std::unique_ptr<TLinkSimulator>()> Make;
+};
+
+const std::vector<TSimFamily>& LinkSimulatorFamilies();
+// The family that simulates `className`, or null for a class without a link.
+const TSimFamily* SimFamilyOf(const std::string& className);
+
+}  // namespace testsupport
