@@ -46,8 +46,15 @@ void TSimEcatLaserSlave::ClearWrites() {
 
 bool TSimEcatLaserSlave::WaitForWrite(const std::function<bool(const TEcatInputWrite&)>& matches,
                                       std::chrono::milliseconds timeout) const {
+  return WaitForWrites(
+      [&](const std::vector<TEcatInputWrite>& writes) { return std::any_of(writes.begin(), writes.end(), matches); },
+      timeout);
+}
+
+bool TSimEcatLaserSlave::WaitForWrites(const std::function<bool(const std::vector<TEcatInputWrite>&)>& holds,
+                                       std::chrono::milliseconds timeout) const {
   std::unique_lock lock(FMutex);
-  return FWritten.wait_for(lock, timeout, [&] { return std::any_of(FWrites.begin(), FWrites.end(), matches); });
+  return FWritten.wait_for(lock, timeout, [&] { return holds(FWrites); });
 }
 
 uint32_t TSimEcatLaserSlave::ReadOutput(uint32_t index) {

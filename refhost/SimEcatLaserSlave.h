@@ -71,6 +71,10 @@ class TSimEcatLaserSlave : public nchost::IEcatLaserSlave {
   // Waits until a recorded input write (also one recorded before the call) matches; false on time-out.
   bool WaitForWrite(const std::function<bool(const TEcatInputWrite&)>& matches,
                     std::chrono::milliseconds timeout) const;
+  // Waits until `holds` is true of every write recorded so far (checked at once and after each write). `holds`
+  // runs under the slave's lock and must not call back into it.
+  bool WaitForWrites(const std::function<bool(const std::vector<TEcatInputWrite>&)>& holds,
+                     std::chrono::milliseconds timeout) const;
 
   // IEcatLaserSlave.
   uint32_t ReadOutput(uint32_t index) override;

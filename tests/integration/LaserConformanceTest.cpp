@@ -151,7 +151,7 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
     FParams.DefParams.DiodeSetTimeOut = 100;
     if (c.Link != TLink::None) {
       FSim = testsupport::SimFamilyOf(c.ClassName)->Make();
-      testsupport::TSimSlot slot{"127.0.8." + std::to_string(c.Index + 1), 200 + c.Index, FSerialPorts};
+      testsupport::TSimSlot slot{"127.0.8." + std::to_string(c.Index + 1), 200 + c.Index, FSerialPorts, FEcat};
       std::string error;
       ASSERT_TRUE(FSim->Start(c.Link, slot, FParams, error)) << error;
     }
