@@ -3,7 +3,8 @@
 # machine pays nothing.
 set -euo pipefail
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
-          libpugixml-dev libcli11-dev libinih-dev)
+          libpugixml-dev libcli11-dev libinih-dev
+          libreaderwriterqueue-dev)  # the lock-free queue is a benchmark baseline only
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -2,9 +2,17 @@
 
 #include <algorithm>
 
+#include "frame/HostServices.h"
+#include "refhost/RefApp.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
+#include "sim/raycus/RaycusEscEngine.h"
+#include "sim/raycus/RaycusPtyServer.h"
+#include "sim/zorun/ZorunSimEngine.h"
+#include "sim/zorun/ZorunSimServer.h"
+#include "support/ScratchDir.h"
+#include "support/ZorunDescriptionText.h"
 
 namespace testsupport {
 namespace {
@@ -57,6 +65,60 @@ class TIpgYlrSimulator final : public TLinkSimulator {
   lasersim::TIpgYlrEngine FEngine;
   lasersim::TIpgYlrTcpServer FTcp{FEngine};
   lasersim::TIpgYlrPtyServer FPty{FEngine};
+};
+
+// Raycus ESC commands over a serial line.
+class TRaycusEscSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    if (link != TLink::Serial) {
+      error = "the Raycus ESC simulator speaks serial only";
+      return false;
+    }
+    if (!FPty.Start()) return (error = FPty.LastError()), false;
+    return PointAtSerial(params, slot, FPty.PortPath(), error);
+  }
+  void Stop() override { FPty.Stop(); }
+  size_t Received() const override { return FEngine.Received(); }
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    return FEngine.WaitFor(command, timeout, times);
+  }
+
+ private:
+  lasersim::TRaycusEscEngine FEngine;
+  lasersim::TRaycusPtyServer FPty{FEngine};
+};
+
+// The own-brand laser over UDP, TCP and a serial line. Its protocol is a description file beside the host's
+// executable: the simulator writes one to a folder of its own and makes that the reference host's folder, and
+// answers by the same file.
+class TZorunSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    auto* app = dynamic_cast<refhost::TRefApp*>(devlaser::Host());
+    if (app == nullptr) return (error = "the own-brand laser needs the reference host for its description"), false;
+    FHostDir.Write("ZorunLaser.json", TZorunDescriptionText{}.Text());
+    app->SetExeDir(FHostDir.Path());
+    if (!FEngine.Load(FHostDir / "ZorunLaser.json", 0, error)) return false;
+    lasersim::TZorunSimLinks links;
+    if (link == TLink::Udp) links.UdpAddress = slot.Address;
+    if (link == TLink::Tcp) links.TcpAddress = slot.Address;
+    links.Pty = link == TLink::Serial;
+    if (!FServer.Start(links)) return (error = FServer.LastError()), false;
+    if (link == TLink::Udp) PointAtNetwork(params, devlaser::dttNetUDP, slot.Address, FServer.UdpPort());
+    if (link == TLink::Tcp) PointAtNetwork(params, devlaser::dttNetTcp, slot.Address, FServer.TcpPort());
+    return link != TLink::Serial || PointAtSerial(params, slot, FServer.SlavePath(), error);
+  }
+  void Stop() override { FServer.Stop(); }
+  size_t Received() const override { return FEngine.Log().Received(); }
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    return FEngine.Log().WaitFor(command, timeout, times);
+  }
+
+ private:
+  TScratchDir FHostDir;
+  lasersim::TZorunSimEngine FEngine;
+  lasersim::TZorunSimServer FServer{FEngine};
 };
 
 // An IPG laser slave on the host's simulated EtherCAT bus; what it receives are the controller's writes to its
@@ -114,6 +176,8 @@ const std::vector<TSimFamily>& LinkSimulatorFamilies() {
       {{"TIPG500Laser", "TIPGYLR2Laser"},
        {TLink::Tcp, TLink::Serial},
        [] { return std::make_unique<TIpgYlrSimulator>(); }},
+      {{"TRaycusLaser"}, {TLink::Serial}, [] { return std::make_unique<TRaycusEscSimulator>(); }},
+      {{"TZorunLaser"}, {TLink::Udp, TLink::Tcp, TLink::Serial}, [] { return std::make_unique<TZorunSimulator>(); }},
       {{"TIPGEcatLaser"}, {TLink::Ethercat}, [] { return std::make_unique<TIpgEcatSimulator>(); }},
   };
   return families;

@@ -24,6 +24,8 @@
 #include "refhost/SimEcatSystem.h"
 #include "registry/LaserLib.h"
 #include "support/LaserHostFixture.h"
+#include "support/ScratchDir.h"
+#include "support/ZorunDescriptionText.h"
 #include "zorun/ZorunLaser.h"
 
 namespace devlaser {
@@ -38,6 +40,11 @@ class FactoryTest : public testing::TLaserHostFixture {
   void SetUp() override {
     ResetMessages();
     FApp.SetEcatSystem(FEcat);
+    // The own-brand laser is described by a file beside the host's executable; its name is its description.
+    testsupport::TZorunDescriptionText zorun;
+    zorun.Desc = "Zorun";
+    FHostDir.Write("ZorunLaser.json", zorun.Text());
+    FApp.SetExeDir(FHostDir.Path());
     ASSERT_TRUE(LoadLaserLibrary(&FApp));
     FSink->Clear();
   }
@@ -54,6 +61,7 @@ class FactoryTest : public testing::TLaserHostFixture {
   }
 
   std::shared_ptr<refhost::TSimEcatSystem> FEcat = std::make_shared<refhost::TSimEcatSystem>();
+  testsupport::TScratchDir FHostDir;
   TLaserConfig FConfig;
 };
 

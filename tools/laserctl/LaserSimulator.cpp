@@ -14,6 +14,7 @@ TLaserSimulator::TLaserSimulator() = default;
 TLaserSimulator::~TLaserSimulator() { Stop(); }
 
 void TLaserSimulator::SetTrace(TTrace trace) {
+  FTrace = trace;
   if (!trace) {
     FEngine.SetTraceHook({});
     return;
@@ -29,6 +30,23 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
   if (!target.HasSimulator) {
     error = "there is no simulator for " + target.Family + " over " + SimLinkName(target.Link) + " yet";
     return false;
+  }
+  if (target.Family == kRaycusFamily) {
+    FRaycus = std::make_unique<TRaycusSimulator>();
+    FRaycus->SetTrace(FTrace);
+    if (FRaycus->Start(error)) return true;
+    FRaycus.reset();
+    return false;
+  }
+  if (target.Family == kZorunFamily) {
+    FZorun = std::make_unique<TZorunSimulator>();
+    if (FTrace) FZorun->SetTrace(FTrace);
+    if (!FZorun->Start(target, target.HostDir + "/ZorunLaser.json", error)) {
+      FZorun.reset();
+      return false;
+    }
+    FTcpHost = FZorun->Host();
+    return true;
   }
   if (target.Link == TSimLink::Serial) {
     FPty = std::make_unique<lasersim::TIpgYlrPtyServer>(FEngine);
@@ -59,10 +77,14 @@ bool TLaserSimulator::Start(const TSimTarget& target, std::string& error) {
 void TLaserSimulator::Stop() {
   if (FTcp) FTcp->Stop();
   if (FPty) FPty->Stop();
+  if (FRaycus) FRaycus->Stop();
+  if (FZorun) FZorun->Stop();
 }
 
 const std::string& TLaserSimulator::SerialPath() const {
   static const std::string kNone;
+  if (FRaycus) return FRaycus->SerialPath();
+  if (FZorun) return FZorun->SerialPath();
   return FPty ? FPty->SlavePath() : kNone;
 }
 

@@ -6,7 +6,9 @@
 #include <memory>
 #include <string>
 
+#include "RaycusSim.h"
 #include "SimTarget.h"
+#include "ZorunSimulator.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
@@ -41,7 +43,10 @@ class TLaserSimulator {
   // The servers use the engine; they are declared after it so that they stop first.
   std::unique_ptr<lasersim::TIpgYlrTcpServer> FTcp;
   std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;
+  std::unique_ptr<TZorunSimulator> FZorun;
+  TTrace FTrace;
   std::string FTcpHost;
+  std::unique_ptr<TRaycusSimulator> FRaycus;
 };
 
 }  // namespace laserctl

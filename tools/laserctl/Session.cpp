@@ -174,6 +174,7 @@ bool TSession::StartSimulator() {
   else if (FParams)
     target = SimTargetFromParams(*FParams);
   if (!target.HasSimulator) return true;  // said after creation, when the laser's link is known
+  target.HostDir = FApp.ExeDir();
   if (target.Link == TSimLink::Ethercat) {
     TEcatSlaveSettings settings;
     std::string error;

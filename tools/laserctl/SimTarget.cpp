@@ -1,5 +1,8 @@
 #include "SimTarget.h"
 
+#include "RaycusSim.h"
+#include "ZorunSimulator.h"
+
 #include <array>
 #include <string_view>
 
@@ -61,6 +64,7 @@ TSimTarget EcatTarget(const char* family, nchost::TEcatLaserIdentity identity) {
 }  // namespace
 
 TSimTarget SimTargetFromParams(const TLaserParams& params) {
+  if (auto raycus = RaycusSimTarget(params)) return *raycus;
   devlaser::TEnumLaserType type = params.LaserMainType;
   if (type == devlaser::eltNone && ModelKey(params.Model) == "IPG") type = devlaser::eltIPG;
   if (type == devlaser::eltIPG && (params.DefParams.DataTransType == devlaser::dttEthercat || params.LaserSubType == 9))
@@ -79,11 +83,15 @@ TSimTarget SimTargetFromParams(const TLaserParams& params) {
   }
   if (target.Link == TSimLink::Serial) target.SerialPort = params.DefParams.Comm.CommPort;
   target.HasSimulator = ipgYlr && (target.Link == TSimLink::Tcp || target.Link == TSimLink::Serial);
+  if (type == devlaser::eltZorun || (type == devlaser::eltNone && ModelKey(params.Model) == kZorunFamily))
+    ZorunSimTargetFromParams(params, target);
   return target;
 }
 
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
+  if (auto raycus = RaycusSimTarget(root)) return *raycus;
   TSimTarget target;
+  if (ZorunSimTargetFromConfig(root, target)) return target;
   if (ModelKey(root.GetString("Model")) != "IPG") return target;
   const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
   if (ipg != nullptr && ipg->GetString("Model").find("Ethercat") != std::string::npos)
@@ -106,6 +114,7 @@ void RedirectTcpHost(TLaserParams& params, const std::string& host) { params.Def
 
 void RedirectTcpHost(nchost::TXmlSubConfig& root, const std::string& host) {
   if (nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG")) ipg->SetString("TcpHost", host);
+  RedirectZorunHost(root, host);
 }
 
 const char* SimLinkName(TSimLink link) {

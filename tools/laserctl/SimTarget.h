@@ -21,6 +21,8 @@ struct TSimTarget {
   std::string Host;           // TCP: the laser's configured address
   uint16_t Port = 0;          // TCP: the port the laser's driver connects to
   int32_t SerialPort = 0;     // serial: the configured port number
+  int32_t LaserIdx = 0;       // own-brand: the laser element of its description file
+  std::string HostDir;        // the host's executable folder, where description files are found
   // EtherCAT: the laser slave to put on the bus.
   nchost::TEcatLaserIdentity EcatIdentity;
 };
@@ -30,7 +32,7 @@ inline constexpr uint16_t kIpgYlrTcpPort = 10001;
 
 // From a parameter record: the family, sub-type and transport decide.
 TSimTarget SimTargetFromParams(const devlaser::TLaserParams& params);
-// From a laser configuration tree: only the IPG YLR keys are read; other families give a target without a
+// From a laser configuration tree: only the IPG YLR and own-brand keys are read; other families give a target without a
 // simulator, whose link laserctl learns from the parameters the laser was built from.
 TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root);
 

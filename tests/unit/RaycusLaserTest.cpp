@@ -1,0 +1,291 @@
+// The Raycus serial laser over an in-memory serial line: the ESC bytes of every operation, the repeated diode
+// current, the outputs switched with emission, the laser's answers, and a silent line once the laser is gone.
+#include "raycus/RaycusLaser.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/LaserLifetime.h"
+#include "frame/LaserComm.h"
+#include "frame/LaserStrs.h"
+#include "raycus/RaycusEsc.h"
+#include "support/FakeSerialPort.h"
+#include "support/LaserHostFixture.h"
+
+namespace devlaser {
+namespace {
+
+using namespace std::chrono_literals;
+using refhost::TIOOp;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testsupport::Bytes;
+using testsupport::Hex;
+
+const std::string kEmissionOn = Bytes("1B 4F 0D");
+const std::string kEmissionOff = Bytes("1B 53 0D");
+std::string Diode(uint8_t p) { return std::string{'\x1B', 'C', 'P', static_cast<char>(p), '\x0D'}; }
+
+TEST(RaycusEscTest, CommandBytes) {
+  EXPECT_EQ(Hex(Diode(0x26)), "1B 43 50 26 0D");
+  const auto diode = raycus::DiodeCurrentCmd(0x26);
+  EXPECT_EQ(std::string(diode.begin(), diode.end()), Diode(0x26));
+  struct {
+    int32_t Freq, Ratio, Power;
+    const char* Bytes;
+  } const cases[] = {
+      {5000, 10, 100, "1B 46 13 88 44 0A 50 64 0D"},
+      // Cut, not checked: the low 16 bits of the frequency, the low byte of each percentage.
+      {70000, 300, -1, "1B 46 11 70 44 2C 50 FF 0D"},
+      {13, 13, 27, "1B 46 00 0D 44 0D 50 1B 0D"},
+  };
+  for (const auto& c : cases) {
+    const auto cmd = raycus::QcwPulseCmd(c.Freq, c.Ratio, c.Power);
+    EXPECT_EQ(Hex(std::string(cmd.begin(), cmd.end())), c.Bytes) << c.Freq;
+  }
+}
+
+class RaycusLaserTest : public testing::TLaserHostFixture {
+ protected:
+  void SetUp() override {
+    TLaserHostFixture::SetUp();
+    FApp.SetTransports(FFactory);
+    FParams.Model = "Raycus";
+    FParams.LaserMainType = eltRay;
+    FParams.LaserSubType = 1;
+    FParams.DefParams.DataTransType = dttSerial;
+    FParams.DefParams.Comm.CommPort = 2;
+    FParams.DefParams.Comm.CommSettings = "9600,n,8,1";
+    FParams.DefParams.CtrlPort = 0;
+    FParams.DefParams.DA.DAPort = 1;
+    FParams.DefParams.PWM.DiodeCurrent = 20;
+  }
+  void TearDown() override {
+    FLaser.reset();
+    TLaserHostFixture::TearDown();
+  }
+
+  // A laser whose start-up diode current has gone out, with the line's record cleared.
+  TRaycusLaser& Make() {
+    FLaser = MakeLaser<TRaycusLaser>(FParams, FIO);
+    EXPECT_TRUE(FLaser);
+    if (FLaser->SerialThread()) {
+      EXPECT_TRUE(Peer().WaitForWrites(5));
+    }
+    std::this_thread::sleep_for(50ms);
+    FIO->ClearWrites();
+    return *FLaser;
+  }
+  testsupport::TFakeSerialPeer& Peer() { return *FFactory->Peer; }
+  // The writes since the start-up repeats.
+  std::vector<std::string> LineWrites() {
+    auto all = Peer().Writes();
+    return {all.begin() + std::min<size_t>(5, all.size()), all.end()};
+  }
+  size_t Logged(const std::string& text) const {
+    return FSink->Count([&](const refhost::TMessageEntry& e) { return e.Text == text; });
+  }
+
+  std::shared_ptr<testsupport::TFakeSerialFactory> FFactory = std::make_shared<testsupport::TFakeSerialFactory>();
+  std::shared_ptr<TRaycusLaser> FLaser;
+};
+
+TEST_F(RaycusLaserTest, StartsItsThreadOnTheConfiguredPortAndSendsTheStartingCurrentFiveTimes) {
+  Make();
+  EXPECT_EQ(Peer().PortNumber(), 2);
+  EXPECT_EQ(Peer().Settings(), "9600,n,8,1");
+  EXPECT_EQ(Peer().Writes(), std::vector<std::string>(5, Diode(20)));
+  EXPECT_EQ(FLaser->SerialThread()->Options().Name, "Raycus");
+}
+
+TEST_F(RaycusLaserTest, DiodeCurrentIsRoundedHalvesToEvenAndSentFiveTimes) {
+  auto& laser = Make();
+  struct {
+    double Value;
+    uint8_t Byte;
+  } const cases[] = {{37.5, 0x26}, {36.5, 0x24}, {60.0, 60}, {99.6, 100}};
+  size_t sent = 5;
+  for (const auto& c : cases) {
+    EXPECT_TRUE(laser.SetDiodeCustom(c.Value));
+    sent += 5;
+    ASSERT_TRUE(Peer().WaitForWrites(sent)) << c.Value;
+    EXPECT_EQ(Peer().Writes().back(), Diode(c.Byte)) << c.Value;
+  }
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(Peer().WriteCount(), sent);
+}
+
+TEST_F(RaycusLaserTest, SetDiodeCurrentFromTheHostGoesToTheLaserNotTheDAOutput) {
+  auto& laser = Make();
+  FIO->SetDAValue(1, 2.0);  // driven already: the fiber laser writes the DA output only when it is not
+  FIO->ClearWrites();
+  laser.SetDiodeCurrent(60);
+  ASSERT_TRUE(Peer().WaitForWrites(10));
+  EXPECT_EQ(Peer().Writes().back(), Diode(60));
+  EXPECT_THAT(WritesOf(TIOOp::SetDAValue), IsEmpty());
+  EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 60.0);
+}
+
+TEST_F(RaycusLaserTest, EmissionSwitchesTheStartOutputAroundTheSerialCommand) {
+  FParams.CfgRay.UseRemoteCtrl = true;
+  FParams.CfgRay.RayStartPort = 9;
+  auto& laser = Make();
+  laser.EmissionOn();
+  EXPECT_TRUE(laser.GetIsEmissionOn());
+  laser.EmissionOff();
+  EXPECT_FALSE(laser.GetIsEmissionOn());
+  ASSERT_TRUE(Peer().WaitForWrites(7));
+  EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn, kEmissionOff));
+  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 9, True", "SetOutputbit: 9, False"));
+}
+
+TEST_F(RaycusLaserTest, WithoutRemoteControlTheStartPortIsLeftAlone) {
+  FParams.CfgRay.RayStartPort = 9;
+  auto& laser = Make();
+  laser.EmissionOn();
+  laser.EmissionOff();
+  EXPECT_THAT(WritesOf(TIOOp::SetOutputbit), IsEmpty());
+}
+
+TEST_F(RaycusLaserTest, AGateOutputMakesItHardWiredAndIsWhatEmissionReads) {
+  FParams.DefParams.CtrlPort = 6;
+  auto& laser = Make();
+  EXPECT_TRUE(laser.GetIsHardWire());
+  laser.EmissionOn();
+  EXPECT_TRUE(FIO->State().Outputs.test(6));
+  EXPECT_TRUE(laser.GetIsEmissionOn());
+  // Emission is what the gate output says, not what was commanded.
+  FIO->SetOutputbit(6, false);
+  EXPECT_FALSE(laser.GetIsEmissionOn());
+  ASSERT_TRUE(Peer().WaitForWrites(6));
+  EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn));
+}
+
+TEST_F(RaycusLaserTest, EmissionAndAimingExcludeEachOtherWhenHardWired) {
+  FParams.DefParams.CtrlPort = 6;
+  FParams.DefParams.AimingPort = 7;
+  FParams.DefParams.HardWireMutexEmAndAB = true;
+  auto& laser = Make();
+  laser.SetAimingOn(true);
+  EXPECT_FALSE(laser.GetIsEmissionOn());
+  laser.EmissionOn();
+  EXPECT_FALSE(laser.GetIsAimingOn());
+  laser.EmissionOff();
+  EXPECT_TRUE(laser.GetIsAimingOn());
+}
+
+TEST_F(RaycusLaserTest, WithoutASerialPortEverythingIsHardWired) {
+  FParams.DefParams.Comm.CommPort = 0;
+  FParams.DefParams.CtrlPort = 6;
+  auto& laser = Make();
+  EXPECT_EQ(laser.SerialThread(), nullptr);
+  EXPECT_FALSE(laser.SetDiodeCustom(50));
+  laser.SetDiodeCurrent(50);
+  EXPECT_DOUBLE_EQ(FIO->State().DA[1], 5.0);
+  laser.EmissionOn();
+  EXPECT_TRUE(laser.GetIsEmissionOn());
+  laser.EmissionOff();
+  EXPECT_FALSE(laser.GetIsEmissionOn());
+  EXPECT_EQ(WritesOf(TIOOp::SetOutputbit).size(), 2u);
+  EXPECT_EQ(Peer().WriteCount(), 0u);
+}
+
+TEST_F(RaycusLaserTest, PowerOnAlsoSwitchesEmissionOn) {
+  auto& laser = Make();
+  laser.PowerOn();
+  EXPECT_TRUE(laser.GetIsEmissionOn());
+  ASSERT_TRUE(Peer().WaitForWrites(6));
+  EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn));
+}
+
+TEST_F(RaycusLaserTest, LaserOnSendsThePulseSettingsOnlyOnTheQcwSubType) {
+  FParams.CfgRay.QCW = {5000, 10, 100};
+  for (int subType : {1, 2}) {
+    FParams.LaserSubType = subType;
+    FLaser.reset();
+    FFactory->Peer = std::make_shared<testsupport::TFakeSerialPeer>();
+    auto& laser = Make();
+    laser.LaserOn();
+    laser.EmissionOn();  // a marker: whatever LaserOn queued goes out before it
+    ASSERT_TRUE(Peer().WaitForWrites(subType == 2 ? 7 : 6));
+    if (subType == 2)
+      EXPECT_THAT(LineWrites(), ElementsAre(Bytes("1B 46 13 88 44 0A 50 64 0D"), kEmissionOn));
+    else
+      EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn));
+    EXPECT_EQ(laser.GetIsRaycusQCW(), subType == 2);
+  }
+}
+
+TEST_F(RaycusLaserTest, AnswersOfTheLaser) {
+  FParams.DefParams.Comm.IgnoreCommResult = false;
+  Peer().Send("TS\r");
+  Peer().Send("TS\r");
+  Peer().Send("ready");
+  Peer().Send(Bytes("1B 41 0D"));  // binary: never text
+  Peer().Send("\xFF\xFE");         // no text: reported once, then hex-dumped in debug mode only
+  Peer().Send("\x80");
+  Make();
+  ASSERT_TRUE(FSink->WaitForText("TRaycusLaser Thread Exception:", 5s));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(Logged(SLaserConnectedOk.Text()), 1u);
+  EXPECT_EQ(Logged("TS\r"), 2u);
+  EXPECT_EQ(Logged("ready"), 1u);
+  EXPECT_FALSE(
+      FSink->Contains("\x1B"
+                      "A"));
+  EXPECT_EQ(FSink->Count(refhost::TRecordingSink::TextContains("Exception")), 1u);
+}
+
+TEST_F(RaycusLaserTest, IgnoringTheAnswersLogsNoTextButStillSeesTheConnection) {
+  FParams.DefParams.Comm.IgnoreCommResult = true;
+  Peer().Send("TS\r");
+  Peer().Send("\xFF");
+  Make();
+  ASSERT_TRUE(FSink->WaitForText(SLaserConnectedOk.Text(), 5s));
+  EXPECT_EQ(Logged("TS\r"), 0u);
+  EXPECT_FALSE(FSink->Contains("Exception"));
+}
+
+TEST_F(RaycusLaserTest, DebugModeDumpsTrafficInHex) {
+  SetLaserDebugMode(true);
+  Peer().Send(Bytes("1B 41 0D"));
+  Make();
+  SetLaserDebugMode(false);
+  EXPECT_TRUE(FSink->Contains("Rev Data: 1B 41 0D "));
+  EXPECT_TRUE(FSink->Contains("Send Data: 1B 43 50 14 0D "));
+  EXPECT_TRUE(FSink->Contains("Raycus thread started!"));
+}
+
+TEST_F(RaycusLaserTest, ADestroyedLaserSwitchesEmissionOffOnTheLineAndThenSendsNothing) {
+  auto& laser = Make();
+  laser.EmissionOn();
+  ASSERT_TRUE(Peer().WaitForWrites(6));
+  FLaser.reset();
+  EXPECT_FALSE(Peer().IsOpen());
+  const auto writes = Peer().Writes();
+  EXPECT_EQ(writes.back(), kEmissionOff);
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(Peer().WriteCount(), writes.size());
+}
+
+TEST_F(RaycusLaserTest, ALaserShutDownWhileTheHostStillHoldsItPutsNothingOnTheLine) {
+  auto& laser = Make();
+  laser.Shutdown();
+  const size_t written = Peer().WriteCount();
+  EXPECT_EQ(Peer().Writes().back(), kEmissionOff);
+  laser.EmissionOn();
+  laser.SetDiodeCurrent(80);
+  laser.LaserOn();
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(Peer().WriteCount(), written);
+  EXPECT_FALSE(Peer().IsOpen());
+}
+
+}  // namespace
+}  // namespace devlaser
