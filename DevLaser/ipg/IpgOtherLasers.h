@@ -1,6 +1,6 @@
-// The IPG lasers other than YLR: YLS (binary protocol or hard-wired), the 1000-series hard-wired lasers, the YLP
-// pulse laser and the laser on the EtherCAT bus. Driven hard-wired, as the common fiber laser, until their own
-// interfaces are built.
+// The IPG lasers other than YLR and the one on the EtherCAT bus: YLS (binary protocol or hard-wired), the
+// 1000-series hard-wired lasers and the YLP pulse laser. Driven hard-wired, as the common fiber laser, until their
+// own interfaces are built.
 #pragma once
 
 #include "core/FiberLaser.h"
@@ -18,11 +18,6 @@ class TIPG1000Laser : public TFiberLaser {
 };
 
 class TIPGYLPLaser : public TFiberLaser {
- public:
-  using TFiberLaser::TFiberLaser;
-};
-
-class TIPGEcatLaser : public TFiberLaser {
  public:
   using TFiberLaser::TFiberLaser;
 };

@@ -1,6 +1,7 @@
 #include "registry/LaserRegistrations.h"
 
 #include "core/DefaultLaser.h"
+#include "ecat/IpgEcatLaser.h"
 #include "ipg/Ipg500Laser.h"
 #include "ipg/IpgOtherLasers.h"
 #include "ipg/IpgYlr2Laser.h"

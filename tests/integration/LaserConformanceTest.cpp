@@ -155,7 +155,7 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
       const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
       const int subnet = test.rfind("Every", 0) == 0 ? 8 : test.rfind("Destroyed", 0) == 0 ? 10 : 11;
       testsupport::TSimSlot slot{"127.0." + std::to_string(subnet) + "." + std::to_string(c.Index + 1), 200 + c.Index,
-                                 FSerialPorts};
+                                 FSerialPorts, FEcat};
       std::string error;
       ASSERT_TRUE(FSim->Start(c.Link, slot, FParams, error)) << error;
     }

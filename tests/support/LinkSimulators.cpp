@@ -1,5 +1,7 @@
 #include "support/LinkSimulators.h"
 
+#include <algorithm>
+
 #include "frame/HostServices.h"
 #include "refhost/RefApp.h"
 #include "sim/ipg/IpgYlrEngine.h"
@@ -143,6 +145,38 @@ class TZorunSimulator final : public TLinkSimulator {
   lasersim::TZorunSimServer FServer{FEngine};
 };
 
+// An IPG laser slave on the host's simulated EtherCAT bus; what it receives are the controller's writes to its
+// process image.
+class TIpgEcatSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    if (link != TLink::Ethercat || !slot.Bus) {
+      error = "the IPG EtherCAT laser slave needs the host's EtherCAT system in the slot";
+      return false;
+    }
+    const auto identity = refhost::TSimEcatSystem::kIpgLaserIdentity;
+    slot.Bus->SetLaserSlave(true, identity.Word1, identity.Word2);
+    FSlave = slot.Bus->Slave();
+    params.DefParams.DataTransType = devlaser::dttEthercat;
+    return true;
+  }
+  void Stop() override {}  // a slave stays on the bus; the laser's writes are what the suite watches
+  size_t Received() const override { return FSlave ? FSlave->Writes().size() : 0; }
+  // `command` is a write as the slave prints it, "EcatInput: 0, 0x0013".
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    if (!FSlave) return false;
+    return FSlave->WaitForWrites(
+        [&](const std::vector<refhost::TEcatInputWrite>& writes) {
+          return static_cast<size_t>(std::count_if(writes.begin(), writes.end(),
+                                                   [&](const auto& w) { return w.Line() == command; })) >= times;
+        },
+        timeout);
+  }
+
+ private:
+  std::shared_ptr<refhost::TSimEcatLaserSlave> FSlave;
+};
+
 }  // namespace
 
 const char* LinkName(TLink link) {
@@ -155,6 +189,8 @@ const char* LinkName(TLink link) {
       return "Udp";
     case TLink::Serial:
       return "Serial";
+    case TLink::Ethercat:
+      return "Ethercat";
   }
   return "?";
 }
@@ -167,6 +203,7 @@ const std::vector<TSimFamily>& LinkSimulatorFamilies() {
       {{"TRaycusLaser"}, {TLink::Serial}, [] { return std::make_unique<TRaycusEscSimulator>(); }},
       {{"TRayQCWLaser"}, {TLink::Serial}, [] { return std::make_unique<TRayQcwSimulator>(); }},
       {{"TZorunLaser"}, {TLink::Udp, TLink::Tcp, TLink::Serial}, [] { return std::make_unique<TZorunSimulator>(); }},
+      {{"TIPGEcatLaser"}, {TLink::Ethercat}, [] { return std::make_unique<TIpgEcatSimulator>(); }},
   };
   return families;
 }

@@ -11,11 +11,12 @@
 #include <vector>
 
 #include "frame/LaserParams.h"
+#include "refhost/SimEcatSystem.h"
 #include "refhost/transport/SerialPortMap.h"
 
 namespace testsupport {
 
-enum class TLink { None, Tcp, Udp, Serial };
+enum class TLink { None, Tcp, Udp, Serial, Ethercat };
 const char* LinkName(TLink link);
 
 // Where a simulator serves, chosen by the test so that parallel tests never share an address or a port number.
@@ -23,6 +24,7 @@ struct TSimSlot {
   std::string Address;     // a loopback address (127.0.0.N) for TCP and UDP
   int32_t SerialPort = 0;  // the port number the laser is given for the pseudo-terminal
   std::shared_ptr<refhost::TSerialPortMap> SerialPorts;
+  std::shared_ptr<refhost::TSimEcatSystem> Bus;  // the host's EtherCAT system, for a laser slave
 };
 
 class TLinkSimulator {

@@ -11,6 +11,7 @@
 
 #include "api/DevLaserApi.h"
 #include "core/DefaultLaser.h"
+#include "ecat/IpgEcatLaser.h"
 #include "frame/LaserError.h"
 #include "frame/LaserStrs.h"
 #include "ipg/Ipg500Laser.h"

@@ -107,6 +107,14 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
       ->type_name("URI");
   app.add_flag("--sim", options.Sim,
                "Start the simulator that matches the configured laser's protocol and connect the laser to it");
+  app.add_option("--ecat-alarm", options.EcatAlarm,
+                 "With --sim and a laser on the EtherCAT bus: the laser slave's alarm dword (for example 0x00100000); "
+                 "its alarm bits count as valid (status flag 0x100) unless --ecat-status says otherwise")
+      ->type_name("DWORD");
+  app.add_option("--ecat-status", options.EcatStatus,
+                 "With --sim and a laser on the EtherCAT bus: status flags the laser slave sets in its status word "
+                 "(0x04 or 0x100: alarm bits valid, 0x40: program interrupted)")
+      ->type_name("FLAGS");
   app.add_flag("--json", options.Json, "One JSON object per line on stdout");
   app.add_flag("--debug", options.Debug, "Debug traces: the laser's debug mode, traces, the parameters used");
   app.add_flag("--version", options.Version, "The versions of laserctl, the host interfaces and the plug-in");

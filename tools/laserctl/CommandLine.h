@@ -32,6 +32,8 @@ struct TOptions {
   std::string LogFile;  // --log-file: a copy of every message line
   std::vector<TInputSetting> Inputs;
   std::string Io = "sim";  // the IO extension: sim, or a modbus-tcp:// address
+  std::string EcatAlarm;   // --ecat-alarm, checked by the EtherCAT simulator's settings
+  std::string EcatStatus;  // --ecat-status
   bool Sim = false;
   bool Json = false;
   bool Debug = false;

@@ -130,6 +130,8 @@ bool TSession::LoadPlugin() {
 int TSession::RunWithPlugin(const TCommandList& commands) {
   if (!PrepareLaserSource()) return kExitSetupFailed;
   if (FOptions.Sim && !StartSimulator()) return kExitSetupFailed;
+  if (!FEcatSim && HasEcatSlaveSettings(FOptions))
+    Report(nchost::msgtype::kWarning, "--ecat-alarm and --ecat-status need --sim and a laser on the EtherCAT bus");
   CreateLaser();
   if (!FLaser) {
     Report(nchost::msgtype::kError, "the plug-in created no laser");
@@ -176,6 +178,17 @@ bool TSession::StartSimulator() {
     target = SimTargetFromParams(*FParams);
   if (!target.HasSimulator) return true;  // said after creation, when the laser's link is known
   target.HostDir = FApp.ExeDir();
+  if (target.Link == TSimLink::Ethercat) {
+    TEcatSlaveSettings settings;
+    std::string error;
+    if (!EcatSlaveSettingsFrom(FOptions, settings, error)) {
+      Report(nchost::msgtype::kError, error);
+      return false;
+    }
+    FEcatSim = std::make_unique<TEcatBusSim>(target, settings, FApp, FSink);
+    Report(nchost::msgtype::kInformation, FEcatSim->Description());
+    return true;
+  }
 
   FSimulator = std::make_unique<TLaserSimulator>();
   if (FOptions.Debug)
@@ -219,7 +232,7 @@ void TSession::CreateLaser() {
 void TSession::CheckSimulatorMatches() {
   const TSimTarget actual = SimTargetFromParams(FUsedParams);
   if (actual.Link == TSimLink::None) return;  // a hard-wired laser: there is nothing to simulate
-  if (!FSimulator) {
+  if (!FSimulator && !FEcatSim) {
     Report(nchost::msgtype::kWarning, "there is no simulator for " + actual.Family + " lasers over " +
                                           SimLinkName(actual.Link) + " yet; the laser talks to its configured link");
   } else if (!actual.HasSimulator) {
@@ -267,6 +280,7 @@ void TSession::TearDown() {
   if (FPluginLoaded) FPlugin->Api().DestroyLaser();
   if (FSimulator) FSimulator->Stop();
   if (FModbusIO) FModbusIO->Stop();  // every mapped output off on the module
+  FEcatSim.reset();
   FConfig.reset();
   if (FPluginLoaded) FPlugin->Api().Unload();
   FPluginLoaded = false;

@@ -9,6 +9,7 @@
 #include "AlarmBook.h"
 #include "CommandLine.h"
 #include "Commands.h"
+#include "EcatBusSim.h"
 #include "LaserSimulator.h"
 #include "PluginLibrary.h"
 #include "Printer.h"
@@ -64,6 +65,7 @@ class TSession {
   std::unique_ptr<TPluginLibrary> FPlugin;
   bool FPluginLoaded = false;  // Load succeeded, so Unload is owed
   std::unique_ptr<TLaserSimulator> FSimulator;
+  std::unique_ptr<TEcatBusSim> FEcatSim;
   std::unique_ptr<nchost::TXmlSubConfig, TConfigDeleter> FConfig;
   std::unique_ptr<devlaser::TLaserParams> FParams;  // --params, or the default laser in debug mode
   devlaser::TLaserParams FUsedParams;

@@ -49,12 +49,28 @@ TSimLink LinkOf(devlaser::TDataTransType transport) {
   }
 }
 
+// The laser slaves the plug-in drives on the EtherCAT bus.
+constexpr nchost::TEcatLaserIdentity kIpgEcatIdentity{0xE0000044, 3};
+constexpr nchost::TEcatLaserIdentity kMaxEcatIdentity{1638, 0};
+
+TSimTarget EcatTarget(const char* family, nchost::TEcatLaserIdentity identity) {
+  TSimTarget target;
+  target.Link = TSimLink::Ethercat;
+  target.HasSimulator = true;
+  target.Family = family;
+  target.EcatIdentity = identity;
+  return target;
+}
+
 }  // namespace
 
 TSimTarget SimTargetFromParams(const TLaserParams& params) {
   if (auto raycus = RaycusSimTarget(params)) return *raycus;
   devlaser::TEnumLaserType type = params.LaserMainType;
   if (type == devlaser::eltNone && ModelKey(params.Model) == "IPG") type = devlaser::eltIPG;
+  if (type == devlaser::eltIPG && (params.DefParams.DataTransType == devlaser::dttEthercat || params.LaserSubType == 9))
+    return EcatTarget("IPG EtherCAT", kIpgEcatIdentity);
+  if (type == devlaser::eltMaxSZ && params.LaserSubType == 3) return EcatTarget("Max EtherCAT", kMaxEcatIdentity);
 
   TSimTarget target;
   target.Link = LinkOf(params.DefParams.DataTransType);
@@ -84,6 +100,8 @@ TSimTarget SimTargetFromConfig(const nchost::TXmlSubConfig& root) {
   if (ZorunSimTargetFromConfig(root, target)) return target;
   if (ModelKey(root.GetString("Model")) != "IPG") return target;
   const nchost::TXmlSubConfig* ipg = root.FindSubConfig("IPG");
+  if (ipg != nullptr && ipg->GetString("Model").find("Ethercat") != std::string::npos)
+    return EcatTarget("IPG EtherCAT", kIpgEcatIdentity);
   if (ipg == nullptr || ipg->GetString("Model").find("YLR") == std::string::npos) return target;
   target.Family = "IPG YLR";
   if (ipg->GetBool("UseTcp")) {

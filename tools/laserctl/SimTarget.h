@@ -7,6 +7,7 @@
 #include <string>
 
 #include "frame/LaserParams.h"
+#include "host/Ecat.h"
 #include "host/XmlSubConfig.h"
 
 namespace laserctl {
@@ -22,6 +23,8 @@ struct TSimTarget {
   int32_t SerialPort = 0;     // serial: the configured port number
   int32_t LaserIdx = 0;       // own-brand: the laser element of its description file
   std::string HostDir;        // the host's executable folder, where description files are found
+  // EtherCAT: the laser slave to put on the bus.
+  nchost::TEcatLaserIdentity EcatIdentity;
 };
 
 // The IPG YLR text protocol always runs on this TCP port.
