@@ -15,11 +15,14 @@
 
 #include "core/FiberLaser.h"
 #include "ecat/EcatSlaveGate.h"
+#include "registry/LaserLinks.h"
 
 namespace devlaser {
 
 class TIPGEcatLaser : public TFiberLaser {
  public:
+  // The control and status words run through the laser slave of the host's EtherCAT system.
+  static constexpr uint8_t kProtocolLinks = llEthercat;
   static constexpr const char* kNoBusLaserError = "Ecat Laser Error: Rtos not Initialized";
   // The start sequence: the bit each step sets or clears, and how long the laser gets before the next step.
   struct TStartStep {

@@ -13,11 +13,14 @@
 
 #include "core/FiberLaser.h"
 #include "raycus/RayQcwDriver.h"
+#include "registry/LaserLinks.h"
 
 namespace devlaser {
 
 class TRayQCWLaser : public TFiberLaser {
  public:
+  // The AA 55 frames run over a serial line.
+  static constexpr uint8_t kProtocolLinks = llSerial;
   static constexpr int32_t kQcwSubType = 2;
   // The one numbered command the laser answers itself, with this value and no action.
   static constexpr int32_t kQueryCmd = 2101;

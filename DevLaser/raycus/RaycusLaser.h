@@ -10,12 +10,15 @@
 #include <span>
 
 #include "core/FiberLaser.h"
+#include "registry/LaserLinks.h"
 #include "serial/SerialCmdThread.h"
 
 namespace devlaser {
 
 class TRaycusLaser : public TFiberLaser {
  public:
+  // The ESC commands run over a serial line.
+  static constexpr uint8_t kProtocolLinks = llSerial;
   static constexpr const char* kThreadName = "Raycus";
   static constexpr const char* kFaultPrefix = "TRaycusLaser Exception:";
   static constexpr int32_t kQcwSubType = 2;

@@ -4,16 +4,20 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 
 #include "core/FiberLaser.h"
+#include "registry/LaserLinks.h"
 #include "zorun/ZorunDriver.h"
 
 namespace devlaser {
 
 class TZorunLaser : public TFiberLaser {
  public:
+  // The described frames run over a serial line, TCP or UDP.
+  static constexpr uint8_t kProtocolLinks = llSerial | llTcp | llUdp;
   // Alarm bit b of the laser is alarm ID b + kAlarmIdOffset.
   static constexpr int32_t kAlarmIdOffset = 2;
 

@@ -10,6 +10,12 @@ std::span<const TSimulatorEntry> Simulators() {
       {"TIPG500Laser", "tcp", "ipgsim"},
       {"TIPGYLR2Laser", "serial", "ipgsim"},
       {"TIPGYLR2Laser", "tcp", "ipgsim"},
+      {"TRaycusLaser", "serial", "raycussim"},
+      {"TRayQCWLaser", "serial", "rayqcwsim"},
+      {"TIPGEcatLaser", "ethercat", "simulated EtherCAT bus"},
+      {"TZorunLaser", "serial", "zorunsim"},
+      {"TZorunLaser", "tcp", "zorunsim"},
+      {"TZorunLaser", "udp", "zorunsim"},
   };
   return kSimulators;
 }
