@@ -62,7 +62,8 @@ TEST(IpgEcatLaserctlTest, TheSlavesAlarmDwordRaisesItsAlarm) {
 TEST(IpgEcatLaserctlTest, WithoutTheBusTheOperatorIsToldAndGetsTheDefaultLaser) {
   const auto run = laserctltest::RunLaserctl(Args({"--debug", "status"}));
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
-  EXPECT_NE(run.Err.find("总线激光器未成功连接"), std::string::npos) << run.Err;
+  // Operator texts are English unless the environment asks for Chinese.
+  EXPECT_NE(run.Err.find("No EtherCAT laser connected"), std::string::npos) << run.Err;
   EXPECT_NE(run.Err.find("CreateLaser ClassType TDefaultLaser"), std::string::npos) << run.Err;
   EXPECT_EQ(run.Err.find("EcatInput"), std::string::npos) << run.Err;
 }
