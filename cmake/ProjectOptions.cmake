@@ -27,7 +27,9 @@ if(DEVLASER_FUZZ)
   list(APPEND DEVLASER_SAN_FLAGS -fsanitize=fuzzer-no-link)
 endif()
 
-# Sanitizers apply to everything linked into one process, so they are global.
+# Sanitizers apply to everything linked into one process, so they are global (and a program linking the plug-in
+# of a sanitized build needs them too).
+string(REPLACE ";" " " DEVLASER_SAN_FLAGS_TEXT "${DEVLASER_SAN_FLAGS}")
 add_compile_options(${DEVLASER_SAN_FLAGS})
 add_link_options(${DEVLASER_SAN_FLAGS})
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "frame/LaserParams.h"
 #include "host/AppSystem.h"
@@ -46,9 +47,27 @@ struct TDevLaserApi {
   std::shared_ptr<nchost::TVkInfoSource> (*CreateLaserInfoSource)();
 };
 
+// One registration of the plug-in's laser registry, as tools list them.
+struct TLaserRegistrationInfo {
+  std::string ModelKey;            // what a configured model selects the family by; empty on entries adding sub-types
+  std::string Family;              // the family's enumerator name, "eltIPG"
+  std::vector<int> SubTypes;       // the sub-types this class serves
+  std::string ClassName;           // "TIPGYLR2Laser"
+  std::vector<std::string> Links;  // "io", "serial", "tcp", "udp", "ethercat"
+  bool OwnProtocol = false;        // speaks its own protocol; false: works as a hard-wired fiber laser on the IO
+};
+
+// What the plug-in is and which lasers it builds; callable without Load.
+struct TDevLaserQuery {
+  const char* Version;  // the plug-in's own version, "0.1.0"
+  std::vector<TLaserRegistrationInfo> (*Registrations)();
+};
+
 }  // namespace devlaser
 
 extern "C" {
 NCHOST_API int32_t DevLaser_HostInterfaceVersion();
 NCHOST_API const devlaser::TDevLaserApi* DevLaser_GetApi();
+// Optional for hosts: plug-ins before version 0.1 lack it.
+NCHOST_API const devlaser::TDevLaserQuery* DevLaser_GetQuery();
 }

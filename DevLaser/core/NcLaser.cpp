@@ -83,6 +83,7 @@ void TNcLaser::Shutdown() noexcept {
   {
     std::lock_guard lock(FPartsLock);
     parts.swap(FParts);
+    FPartsStopped = true;
   }
   for (auto it = parts.rbegin(); it != parts.rend(); ++it) GuardStep(it->Name.c_str(), it->Stop);
   FPorts.CloseAll();
@@ -90,8 +91,15 @@ void TNcLaser::Shutdown() noexcept {
 }
 
 void TNcLaser::Owns(std::string name, std::function<void()> stop) {
-  std::lock_guard lock(FPartsLock);
-  FParts.push_back({std::move(name), std::move(stop)});
+  {
+    std::lock_guard lock(FPartsLock);
+    if (!FPartsStopped) {
+      FParts.push_back({std::move(name), std::move(stop)});
+      return;
+    }
+  }
+  // A part that a shut-down laser still created is stopped at once rather than left running.
+  GuardStep(name.c_str(), stop);
 }
 
 void TNcLaser::Owns(TLaserThread& thread) {

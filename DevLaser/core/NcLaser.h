@@ -178,6 +178,7 @@ class TNcLaser : public nchost::TNcDevice, public nchost::INcLaser30 {
   std::atomic<bool> FShutDown{false};
   std::mutex FPartsLock;
   std::vector<TOwnedPart> FParts;  // guarded by FPartsLock
+  bool FPartsStopped = false;      // guarded by FPartsLock
   TLaserPorts FPorts;
 };
 

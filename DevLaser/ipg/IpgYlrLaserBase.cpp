@@ -228,7 +228,8 @@ std::string TIPGYLRLaserBase::GetAlarmDesc(int32_t id) {
   if (id >= kDiodeSetAlarmId) return TFiberLaser::GetAlarmDesc(id);
   std::string text = FDriver ? FDriver->AlarmText(id - kStatusAlarmIdOffset) : std::string();
   if (text.empty()) text = kUnknownAlarmText;
-  return FParams.Model + SLaserAlarm.Text() + text;
+  // "YLR-1000 laser alarm: Overheat": the status text follows the alarm's name after a separator.
+  return FParams.Model + SLaserAlarm.Text() + ": " + text;
 }
 
 bool TIPGYLRLaserBase::UpdateAlarms(nchost::INcAlarmReport20& report) {

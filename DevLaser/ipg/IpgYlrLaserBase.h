@@ -14,11 +14,14 @@
 
 #include "core/FiberLaser.h"
 #include "ipg/IpgYlrDriver.h"
+#include "registry/LaserLinks.h"
 
 namespace devlaser {
 
 class TIPGYLRLaserBase : public TFiberLaser {
  public:
+  // The YLR text commands run over a serial line or TCP.
+  static constexpr uint8_t kProtocolLinks = llSerial | llTcp;
   // The model whose emission sequence differs from every other YLR laser's.
   static constexpr const char* kEoYlrModel = "EO-YLR";
   // The alarm text of a status bit without an entry in the driver's table.

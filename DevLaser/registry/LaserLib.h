@@ -11,6 +11,7 @@
 
 #include "core/LaserLifetime.h"
 #include "frame/LaserParams.h"
+#include "registry/LaserLinks.h"
 #include "registry/LaserTypeDic.h"
 
 namespace devlaser {
@@ -21,13 +22,21 @@ struct TLaserClass {
                                               std::string* error);
   const char* Name = "";
   TMake Make = nullptr;
+  uint8_t Links = llIO;      // TLaserLink bits
+  bool OwnProtocol = false;  // speaks a protocol of its own rather than working as a hard-wired fiber laser
 };
 
 template <class T>
 TLaserClass LaserClassOf(const char* name) {
-  return {name,
-          [](const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io,
-             std::string* error) -> std::shared_ptr<TNcLaser> { return MakeLaser<T>(params, std::move(io), error); }};
+  TLaserClass laserClass{
+      name,
+      [](const TLaserParams& params, std::shared_ptr<nchost::ICtrlExtIO> io,
+         std::string* error) -> std::shared_ptr<TNcLaser> { return MakeLaser<T>(params, std::move(io), error); }};
+  if constexpr (requires { T::kProtocolLinks; }) {
+    laserClass.Links = T::kProtocolLinks;
+    laserClass.OwnProtocol = true;
+  }
+  return laserClass;
 }
 
 class TNcLaserLib {

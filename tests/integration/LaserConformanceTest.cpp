@@ -151,7 +151,11 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
     FParams.DefParams.DiodeSetTimeOut = 100;
     if (c.Link != TLink::None) {
       FSim = testsupport::SimFamilyOf(c.ClassName)->Make();
-      testsupport::TSimSlot slot{"127.0.8." + std::to_string(c.Index + 1), 200 + c.Index, FSerialPorts};
+      // ctest runs the tests of one case side by side: each test kind has its own loopback subnet.
+      const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+      const int subnet = test.rfind("Every", 0) == 0 ? 8 : test.rfind("Destroyed", 0) == 0 ? 10 : 11;
+      testsupport::TSimSlot slot{"127.0." + std::to_string(subnet) + "." + std::to_string(c.Index + 1), 200 + c.Index,
+                                 FSerialPorts};
       std::string error;
       ASSERT_TRUE(FSim->Start(c.Link, slot, FParams, error)) << error;
     }

@@ -38,9 +38,10 @@ TEST(LaserctlBadInputTest, AFieldOfTheWrongTypeIsNamedWithItsTypeNotItsValue) {
   testsupport::TScratchDir scratch;
   const std::string longText(5000, 'x');
   const auto params =
-      scratch.Write("wrong-types.json", R"({"DefParams": {"Power": [[[[1, 2, 3]]]], "CtrlPort": 99999999999999999999999,
+      scratch.Write("wrong-types.json",
+                    R"({"Model": "Default", "DefParams": {"Power": [[[[1, 2, 3]]]], "CtrlPort": 99999999999999999999999,
                                "AimingPort": ")" +
-                                            longText + "\"}}");
+                        longText + "\"}}");
   const auto run = RunLaserctl({"--params", params, "status"});
   EXPECT_EQ(run.ExitStatus, 0) << run.Err;
   for (const std::string expected :
@@ -70,6 +71,17 @@ TEST(LaserctlBadInputTest, RepeatedOptionsTakeOneValueAndDebugReachesEveryRoute)
     const bool debug = args[1] == "--debug";
     EXPECT_EQ(run.Err.find("CreateLaser ClassType") != std::string::npos, debug) << args[2] << "\n" << run.Err;
   }
+}
+
+// Texts from files and lasers reach standard error; a terminal must not receive their control bytes raw.
+TEST(LaserctlBadInputTest, ControlBytesInMessagesReachTheTerminalEscaped) {
+  testsupport::TScratchDir scratch;
+  const auto params = scratch.Write("escape.json", R"({"Model": "Evil\u001b[31mRed\u0007"})");
+  const auto run = RunLaserctl({"--params", params, "status"});
+  EXPECT_EQ(run.ExitStatus, 1) << run.Err;
+  EXPECT_NE(run.Err.find("unknown laser model \"Evil\\x1b[31mRed\\x07\""), std::string::npos) << run.Err;
+  EXPECT_EQ(run.Err.find('\x1b'), std::string::npos);
+  EXPECT_EQ(run.Err.find('\x07'), std::string::npos);
 }
 
 }  // namespace

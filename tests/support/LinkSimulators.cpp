@@ -85,42 +85,43 @@ class TRaycusEscSimulator final : public TLinkSimulator {
  private:
   lasersim::TRaycusEscEngine FEngine;
   lasersim::TRaycusPtyServer FPty{FEngine};
-  // The own-brand laser over UDP, TCP and a serial line. Its protocol is a description file beside the host's
-  // executable: the simulator writes one to a folder of its own and makes that the reference host's folder, and
-  // answers by the same file.
-  class TZorunSimulator final : public TLinkSimulator {
-   public:
-    bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
-      auto* app = dynamic_cast<refhost::TRefApp*>(devlaser::Host());
-      if (app == nullptr) return (error = "the own-brand laser needs the reference host for its description"), false;
-      FHostDir.Write("ZorunLaser.json", TZorunDescriptionText{}.Text());
-      app->SetExeDir(FHostDir.Path());
-      if (!FEngine.Load(FHostDir / "ZorunLaser.json", 0, error)) return false;
-      lasersim::TZorunSimLinks links;
-      if (link == TLink::Udp) links.UdpAddress = slot.Address;
-      if (link == TLink::Tcp) links.TcpAddress = slot.Address;
-      links.Pty = link == TLink::Serial;
-      if (!FServer.Start(links)) return (error = FServer.LastError()), false;
-      if (link == TLink::Udp) PointAtNetwork(params, devlaser::dttNetUDP, slot.Address, FServer.UdpPort());
-      if (link == TLink::Tcp) PointAtNetwork(params, devlaser::dttNetTcp, slot.Address, FServer.TcpPort());
-      return link != TLink::Serial || PointAtSerial(params, slot, FServer.SlavePath(), error);
-    }
-    void Stop() override { FServer.Stop(); }
-    size_t Received() const override { return FEngine.Log().Received(); }
-    bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
-      return FEngine.Log().WaitFor(command, timeout, times);
-    }
+};
 
-   private:
-    TScratchDir FHostDir;
-    lasersim::TZorunSimEngine FEngine;
-    lasersim::TZorunSimServer FServer{FEngine};
-  };
+// The own-brand laser over UDP, TCP and a serial line. Its protocol is a description file beside the host's
+// executable: the simulator writes one to a folder of its own and makes that the reference host's folder, and
+// answers by the same file.
+class TZorunSimulator final : public TLinkSimulator {
+ public:
+  bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
+    auto* app = dynamic_cast<refhost::TRefApp*>(devlaser::Host());
+    if (app == nullptr) return (error = "the own-brand laser needs the reference host for its description"), false;
+    FHostDir.Write("ZorunLaser.json", TZorunDescriptionText{}.Text());
+    app->SetExeDir(FHostDir.Path());
+    if (!FEngine.Load(FHostDir / "ZorunLaser.json", 0, error)) return false;
+    lasersim::TZorunSimLinks links;
+    if (link == TLink::Udp) links.UdpAddress = slot.Address;
+    if (link == TLink::Tcp) links.TcpAddress = slot.Address;
+    links.Pty = link == TLink::Serial;
+    if (!FServer.Start(links)) return (error = FServer.LastError()), false;
+    if (link == TLink::Udp) PointAtNetwork(params, devlaser::dttNetUDP, slot.Address, FServer.UdpPort());
+    if (link == TLink::Tcp) PointAtNetwork(params, devlaser::dttNetTcp, slot.Address, FServer.TcpPort());
+    return link != TLink::Serial || PointAtSerial(params, slot, FServer.SlavePath(), error);
+  }
+  void Stop() override { FServer.Stop(); }
+  size_t Received() const override { return FEngine.Log().Received(); }
+  bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
+    return FEngine.Log().WaitFor(command, timeout, times);
+  }
+
+ private:
+  TScratchDir FHostDir;
+  lasersim::TZorunSimEngine FEngine;
+  lasersim::TZorunSimServer FServer{FEngine};
+};
 
 }  // namespace
 
-const char*
-LinkName(TLink link) {
+const char* LinkName(TLink link) {
   switch (link) {
     case TLink::None:
       return "NoLink";

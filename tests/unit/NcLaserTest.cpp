@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -22,6 +23,7 @@ using ::testing::IsEmpty;
 // The base with its one abstract query answered, and a record of the operations the command table reached.
 class TRecordingLaser : public TNcLaser {
  public:
+  using TNcLaser::Owns;
   using TNcLaser::TNcLaser;
   std::shared_ptr<std::vector<std::string>> Calls = std::make_shared<std::vector<std::string>>();
   bool ThrowOnEmissionOff = false;
@@ -152,6 +154,34 @@ TEST_F(TNcLaserTest, FreeingALaserSwitchesItOffFirstAndOnlyOnce) {
   laser->Shutdown();  // as the library does while the host may still hold the laser
   laser.reset();
   EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff"));
+}
+
+// Shutting down stops the owned parts after switching off, the last registered first, then detaches the IO: the
+// held laser answers from what it last wrote, writes reach nothing, and nothing it owns can start again.
+TEST_F(TNcLaserTest, ShutdownStopsOwnedPartsInReverseAndLeavesTheLaserDetached) {
+  auto laser = Make();
+  auto calls = laser->Calls;
+  laser->Owns("driver", [calls] { calls->push_back("stop driver"); });
+  laser->Owns("sequence", [calls] { calls->push_back("stop sequence"); });
+  TLaserThread thread("owned");
+  laser->Owns(thread);
+  laser->SetAimingOn(true);
+  laser->SetPwmFreq(2500);
+  calls->clear();
+  const size_t writes = FIO->Writes().size();
+
+  laser->Shutdown();
+  EXPECT_THAT(*calls, ElementsAre("EmissionOff", "LaserOff", "stop sequence", "stop driver"));
+  laser->SetAimingOn(false);
+  laser->SetPwmRatio(0.7);
+  EXPECT_EQ(FIO->Writes().size(), writes);
+  EXPECT_TRUE(laser->GetIsAimingOn());  // as last written before the shutdown: the later write reached nothing
+  EXPECT_EQ(laser->GetPwmFreq(), 2500);
+  thread.Start([calls](TLaserThread&) { calls->push_back("ran"); });
+  laser->Owns("late", [calls] { calls->push_back("stop late"); });  // stopped at once
+  thread.Join();
+  EXPECT_EQ(calls->back(), "stop late");
+  EXPECT_EQ(std::count(calls->begin(), calls->end(), "ran"), 0);
 }
 
 // Freeing a laser the library never shut down switches it off all the same, even when switching fails.

@@ -21,15 +21,21 @@ constexpr const char* kFooter = R"(Commands, run in order after the options:
   exec CMD [PARAM]   ExecuteCmd with command number CMD (and PARAM, default 0); prints its result
   status             the laser's information source as a JSON object
   alarms             every registered alarm ID with its raised state and text (after UpdateAlarms)
-  watch SECONDS      status and alarms once a second
+  watch SECONDS      the status and raised alarms, then once a second only what changed
 
-Every command is checked before any runs; a bad word is reported with its position and the others still run.
-The exit status is 0 when every command ran, 1 when one was rejected or failed, 2 when nothing could run.
+Every option, command word and value is checked before the laser is created: a mistake is reported with its
+position and the nearest command, and nothing runs.
+The exit status is 0 when every command ran, 1 when one was rejected or failed or the model fell back to the
+default laser, 2 when nothing could run (a bad option, word or file), 130 when Ctrl-C stopped the commands
+(the laser is still switched off and destroyed). Every line on standard error starts with the time.
 Without --config or --params the default laser is created. Ctrl-C stops the commands; the laser is still
 switched off and destroyed.
 
 With --json, status prints the information source's object as it is, alarms one object per alarm
-({"id": 3, "raised": true, "desc": "..."}), exec {"cmd": N, "result": R}; messages go to stderr as JSON lines.
+({"id": 3, "raised": true, "desc": "..."}), exec {"cmd": N, "result": R}, watch's changes
+{"t": 1.0, "cmd": "watch", "key": "IsEmissionOn", "before": false, "after": true} and
+{"t": 2.0, "cmd": "watch", "alarm": 5, "raised": true, "desc": "..."} (t: seconds since the commands started);
+messages go to stderr as JSON lines.
 
 Example: the default laser with a ready output 5 held 300 ms before the emission gate 6, the diode current on
 DA port 1201 (DA 1):
@@ -87,6 +93,7 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
   app.add_option("--locale", options.LocaleFile, "An INI locale file (section \"Device_Strs\") for operator messages")
       ->check(CLI::ExistingFile)
       ->type_name("FILE");
+  app.add_option("--log-file", options.LogFile, "Also append every message line to FILE")->type_name("FILE");
   std::vector<std::string> inputs;
   app.add_option("--input", inputs, "Set input port N of the simulated IO extension before the commands (repeatable)")
       ->type_name("N=0|1")
@@ -95,7 +102,14 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
                "Start the simulator that matches the configured laser's protocol and connect the laser to it");
   app.add_flag("--json", options.Json, "One JSON object per line on stdout");
   app.add_flag("--debug", options.Debug, "Debug traces: the laser's debug mode, traces, the parameters used");
+  app.add_flag("--version", options.Version, "The versions of laserctl, the host interfaces and the plug-in");
+  app.add_flag("--list-models", options.ListModels,
+               "Every laser registration of the plug-in: model key, family, sub-types, class, links, simulator");
 
+  if (argc <= 1) {  // nothing asked: how to ask
+    std::cout << app.help();
+    return kExitSetupFailed;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

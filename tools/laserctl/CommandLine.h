@@ -14,6 +14,8 @@ namespace laserctl {
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitCommandFailed = 1;
 inline constexpr int kExitSetupFailed = 2;
+// Stopped by Ctrl-C or another stop signal (128 + SIGINT, as shells report it); the laser was switched off.
+inline constexpr int kExitInterrupted = 130;
 
 struct TInputSetting {
   uint8_t Port = 0;
@@ -27,10 +29,13 @@ struct TOptions {
   std::vector<std::string> SerialPorts;  // "N=PATH", checked by the serial port map
   std::string HostDir;
   std::string LocaleFile;
+  std::string LogFile;  // --log-file: a copy of every message line
   std::vector<TInputSetting> Inputs;
   bool Sim = false;
   bool Json = false;
   bool Debug = false;
+  bool Version = false;            // print the versions and stop
+  bool ListModels = false;         // list the plug-in's laser registrations and stop
   std::vector<std::string> Words;  // the command words, unparsed
 };
 

@@ -1,5 +1,8 @@
 #include "CommandRunner.h"
 
+#include <map>
+#include <nlohmann/json.hpp>
+
 #include <chrono>
 #include <exception>
 #include <stdexcept>
@@ -106,8 +109,11 @@ void TCommandRunner::Alarms() {
 }
 
 void TCommandRunner::Watch(int64_t seconds) {
-  // Samples at whole seconds from the start, so that slow samples do not make the watch drift.
+  // The first sample shows the whole state; later ones only what changed, so that a steady laser stays quiet.
+  // Samples fall on whole seconds from the start, so that slow samples do not make the watch drift.
   const auto start = std::chrono::steady_clock::now();
+  nlohmann::json lastStatus;
+  std::map<int32_t, bool> lastRaised;
   for (int64_t second = 0; second <= seconds; ++second) {
     if (second > 0) {
       const auto next = start + std::chrono::seconds(second);
@@ -115,8 +121,35 @@ void TCommandRunner::Watch(int64_t seconds) {
       if (FStop.WaitFor(std::max(left, std::chrono::milliseconds::zero())))
         throw TCommandFailure("stopped by a signal");
     }
-    if (!Status()) throw TCommandFailure("the plug-in has no information source for this laser");
-    Alarms();
+    const std::shared_ptr<nchost::TVkInfoSource> source = FApi.CreateLaserInfoSource();
+    if (!source) throw TCommandFailure("the plug-in has no information source for this laser");
+    const auto object = refhost::CreateJsonObject();
+    source->ReadAllData(*object);
+    const std::string statusText = object->AsJson();
+    FLaser.UpdateAlarms(FAlarms);
+    if (second == 0) {
+      FPrinter.Status(statusText);
+      lastStatus = nlohmann::json::parse(statusText, nullptr, false);
+      std::vector<TAlarmLine> raised;
+      for (const auto& alarm : FAlarms.Alarms()) {
+        lastRaised[alarm.Id] = alarm.Raised;
+        if (alarm.Raised) raised.push_back({alarm.Id, true, FLaser.GetAlarmDesc(alarm.Id)});
+      }
+      if (!raised.empty()) FPrinter.Alarms(raised);
+      continue;
+    }
+    const nlohmann::json status = nlohmann::json::parse(statusText, nullptr, false);
+    if (status.is_object() && lastStatus.is_object())
+      for (const auto& [key, value] : status.items())
+        if (!lastStatus.contains(key) || lastStatus[key] != value)
+          FPrinter.StatusChange(key, lastStatus.contains(key) ? lastStatus[key].dump() : "-", value.dump());
+    lastStatus = status;
+    for (const auto& alarm : FAlarms.Alarms()) {
+      auto [known, added] = lastRaised.try_emplace(alarm.Id, false);
+      if (known->second == alarm.Raised) continue;
+      known->second = alarm.Raised;
+      FPrinter.AlarmChange({alarm.Id, alarm.Raised, FLaser.GetAlarmDesc(alarm.Id)});
+    }
   }
 }
 

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -65,6 +66,22 @@ std::optional<int64_t> ParseInteger(std::string_view text) {
   return value;
 }
 
+// Edits (insert, delete, replace one character) that turn `a` into `b`.
+size_t EditDistance(std::string_view a, std::string_view b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
 std::string Quoted(std::string_view word) { return "\"" + std::string(word) + "\""; }
 
 class TParser {
@@ -83,7 +100,10 @@ class TParser {
     const TCommandForm* form = FindForm(word);
     if (form == nullptr) {
       std::string text = "command word " + std::to_string(index + 1) + " " + Quoted(word) + " is not a command";
-      if (!word.empty() && word.front() == '-' && !ParseReal(word)) text += " (options go before the commands)";
+      if (!word.empty() && word.front() == '-' && !ParseReal(word))
+        text += " (options go before the commands)";
+      else
+        text += "; the nearest command is " + Quoted(NearestCommand(word));
       Fail(index, text);
       return;
     }
@@ -194,6 +214,17 @@ std::string FormatReal(double value) {
 }  // namespace
 
 TCommandList ParseCommands(const std::vector<std::string>& words) { return TParser(words).Run(); }
+
+std::string NearestCommand(std::string_view word) {
+  std::string_view best = kCommands[0].Word;
+  size_t bestDistance = EditDistance(word, best);
+  for (const auto& form : kCommands)
+    if (const size_t d = EditDistance(word, form.Word); d < bestDistance) {
+      best = form.Word;
+      bestDistance = d;
+    }
+  return std::string(best);
+}
 
 std::string CommandText(const TCommand& command) {
   switch (command.Kind) {

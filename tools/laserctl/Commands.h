@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace laserctl {
@@ -50,6 +51,9 @@ struct TCommandList {
 // Parses the command words. A bad word is reported and skipped; parsing goes on with the next word, so that every
 // mistake is reported at once and the valid commands are kept.
 TCommandList ParseCommands(const std::vector<std::string>& words);
+
+// The command word closest to `word` (fewest edits), to suggest for a mistyped one.
+std::string NearestCommand(std::string_view word);
 
 // The command as the user would type it again ("diode 60", "exec 27 1.5").
 std::string CommandText(const TCommand& command);

@@ -2,10 +2,16 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
+
 #include "host/HostDefs.h"
 
 #ifndef DEVLASER_INSTALL_LIBDIR
-#define DEVLASER_INSTALL_LIBDIR "/usr/local/lib"
+#define DEVLASER_INSTALL_LIBDIR "/usr/local/lib/devlaser"
+#endif
+// The plug-in's folder relative to the installation prefix ("lib/x86_64-linux-gnu/devlaser").
+#ifndef DEVLASER_PLUGIN_RELDIR
+#define DEVLASER_PLUGIN_RELDIR "lib/devlaser"
 #endif
 
 namespace laserctl {
@@ -62,7 +68,10 @@ std::unique_ptr<TPluginLibrary> TPluginLibrary::Open(const std::string& path, st
     dlclose(handle);
     return nullptr;
   }
-  return std::unique_ptr<TPluginLibrary>(new TPluginLibrary(handle, api, path));
+  using TQueryFn = const devlaser::TDevLaserQuery* (*)();
+  const auto getQuery = Symbol<TQueryFn>(handle, "DevLaser_GetQuery");
+  const devlaser::TDevLaserQuery* query = getQuery != nullptr ? getQuery() : nullptr;
+  return std::unique_ptr<TPluginLibrary>(new TPluginLibrary(handle, api, query, path));
 }
 
 TPluginLibrary::~TPluginLibrary() { dlclose(FHandle); }
@@ -71,10 +80,26 @@ std::vector<std::string> TPluginLibrary::DefaultCandidates(const std::string& ex
   std::vector<std::string> candidates;
   if (!exeDir.empty()) {
     candidates.push_back(exeDir + "/" + kPluginFile);
+    candidates.push_back(exeDir + "/../" DEVLASER_PLUGIN_RELDIR "/" + std::string(kPluginFile));
     candidates.push_back(exeDir + "/../lib/" + kPluginFile);
   }
   candidates.push_back(std::string(DEVLASER_INSTALL_LIBDIR) + "/" + kPluginFile);
   return candidates;
+}
+
+std::string TPluginLibrary::Locate(const std::string& lib, const std::string& exeDir, std::string& error) {
+  // A plug-in named with --lib is taken as it is (dlopen also searches the library path for a bare name).
+  // Otherwise the first default candidate that exists is the plug-in: when it is refused, looking further would
+  // hide why.
+  if (!lib.empty()) return lib;
+  std::string tried;
+  for (const auto& candidate : DefaultCandidates(exeDir)) {
+    std::error_code ec;
+    if (std::filesystem::exists(candidate, ec)) return std::filesystem::path(candidate).lexically_normal().string();
+    tried += (tried.empty() ? "" : ", ") + candidate;
+  }
+  error = "no laser plug-in found (looked for " + tried + "); name one with --lib";
+  return {};
 }
 
 }  // namespace laserctl

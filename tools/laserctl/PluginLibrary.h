@@ -20,18 +20,25 @@ class TPluginLibrary {
   TPluginLibrary& operator=(const TPluginLibrary&) = delete;
 
   const devlaser::TDevLaserApi& Api() const { return *FApi; }
+  // The plug-in's version and registry query; null for a plug-in that does not export one.
+  const devlaser::TDevLaserQuery* Query() const { return FQuery; }
   const std::string& Path() const { return FPath; }
 
   // Where the plug-in is looked for when --lib is not given, in order: beside the executable (the build puts both
   // in one folder), the library folder of an installation beside it, then the configured install location.
   static std::vector<std::string> DefaultCandidates(const std::string& exeDir);
+  // The plug-in to open: `lib` when given, else the first default candidate that exists. Empty, with `error`
+  // naming what was tried, when there is none.
+  static std::string Locate(const std::string& lib, const std::string& exeDir, std::string& error);
 
  private:
-  TPluginLibrary(void* handle, const devlaser::TDevLaserApi* api, std::string path)
-      : FHandle(handle), FApi(api), FPath(std::move(path)) {}
+  TPluginLibrary(void* handle, const devlaser::TDevLaserApi* api, const devlaser::TDevLaserQuery* query,
+                 std::string path)
+      : FHandle(handle), FApi(api), FQuery(query), FPath(std::move(path)) {}
 
   void* FHandle;
   const devlaser::TDevLaserApi* FApi;
+  const devlaser::TDevLaserQuery* FQuery;
   std::string FPath;
 };
 

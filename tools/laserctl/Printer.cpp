@@ -35,6 +35,31 @@ void TPrinter::Exec(int32_t cmd, int32_t result) {
   Line(Stamp() + " exec " + std::to_string(cmd) + " -> " + std::to_string(result));
 }
 
+void TPrinter::StatusChange(const std::string& key, const std::string& before, const std::string& after) {
+  if (FJson) {
+    nlohmann::ordered_json line = {{"t", Seconds()}, {"cmd", "watch"}, {"key", key}};
+    line["before"] = nlohmann::json::parse(before, nullptr, false);
+    line["after"] = nlohmann::json::parse(after, nullptr, false);
+    Line(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    return;
+  }
+  Line(Stamp() + " " + key + ": " + before + " -> " + after);
+}
+
+void TPrinter::AlarmChange(const TAlarmLine& alarm) {
+  if (FJson) {
+    nlohmann::ordered_json line = {
+        {"t", Seconds()}, {"cmd", "watch"}, {"alarm", alarm.Id}, {"raised", alarm.Raised}, {"desc", alarm.Desc}};
+    Line(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    return;
+  }
+  Line(Stamp() + " alarm " + std::to_string(alarm.Id) + (alarm.Raised ? " RAISED: " : " cleared: ") + alarm.Desc);
+}
+
+double TPrinter::Seconds() const {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - FStart).count();
+}
+
 void TPrinter::Line(const std::string& text) {
   std::lock_guard lock(FMutex);
   std::fwrite(text.data(), 1, text.size(), stdout);

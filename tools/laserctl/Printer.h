@@ -29,10 +29,14 @@ class TPrinter {
   void Status(const std::string& json);
   void Alarms(const std::vector<TAlarmLine>& alarms);
   void Exec(int32_t cmd, int32_t result);
+  // What watch saw change: one status value (as JSON texts), or one alarm raised or cleared.
+  void StatusChange(const std::string& key, const std::string& before, const std::string& after);
+  void AlarmChange(const TAlarmLine& alarm);
 
  private:
   void Line(const std::string& text);
   std::string Stamp() const;
+  double Seconds() const;  // since the clock started
 
   const bool FJson;
   std::chrono::steady_clock::time_point FStart = std::chrono::steady_clock::now();

@@ -1,39 +1,28 @@
 #include "Session.h"
 
+#include <cstdio>
 #include <filesystem>
 
 #include "CommandRunner.h"
 #include "ConfigFile.h"
+#include "LocaleChoice.h"
+#include "LogSinks.h"
 #include "ParamsJson.h"
 #include "SimTarget.h"
 #include "host/HostDefs.h"
 #include "refhost/IniLocaleResource.h"
-#include "refhost/TextSinks.h"
 
 namespace laserctl {
 namespace {
 
 constexpr const char* kCategory = "laserctl";
 
-// Drops trace lines unless debug traces were asked for; everything else passes to the next sink.
-class TTraceFilterSink : public refhost::TMessageSink {
- public:
-  TTraceFilterSink(std::shared_ptr<refhost::TMessageSink> next, bool traces)
-      : FNext(std::move(next)), FTraces(traces) {}
-  void Write(const refhost::TMessageEntry& entry) override {
-    if (entry.Type == nchost::msgtype::kTrace && !FTraces) return;
-    FNext->Write(entry);
-  }
-
- private:
-  const std::shared_ptr<refhost::TMessageSink> FNext;
-  const bool FTraces;
-};
-
+// A log file that cannot be opened is reported on standard error and the run goes on without it.
 std::shared_ptr<refhost::TMessageSink> MakeSink(const TOptions& options) {
-  auto stderrSink = std::make_shared<refhost::TStderrSink>(options.Json ? refhost::TLineFormat::JsonLines
-                                                                        : refhost::TLineFormat::Text);
-  return std::make_shared<TTraceFilterSink>(std::move(stderrSink), options.Debug);
+  std::string error;
+  if (auto sink = MakeLaserctlSink(options.Json, options.Debug, options.LogFile, error)) return sink;
+  std::fprintf(stderr, "%s laserctl: %s; logging to standard error only\n", WallClockStamp().c_str(), error.c_str());
+  return MakeLaserctlSink(options.Json, options.Debug, "", error);
 }
 
 }  // namespace
@@ -46,14 +35,14 @@ TSession::~TSession() { TearDown(); }
 void TSession::Report(int msgType, const std::string& text) { FApp.LogMsg(text, msgType, kCategory); }
 
 int TSession::Run() {
-  // Every word is checked before anything is switched; the valid commands still run after a bad one.
+  // Every word is checked before anything is loaded or switched: one mistake and nothing runs.
   const TCommandList commands = ParseCommands(FOptions.Words);
   for (const auto& error : commands.Errors) Report(nchost::msgtype::kError, error.Text);
+  if (!commands.Errors.empty()) return kExitSetupFailed;
 
   if (!SetUpHost() || !LoadPlugin()) return kExitSetupFailed;
   const int status = RunWithPlugin(commands);
   TearDown();
-  if (status == kExitOk && !commands.Errors.empty()) return kExitCommandFailed;
   return status;
 }
 
@@ -84,26 +73,12 @@ bool TSession::SetUpHost() {
 }
 
 bool TSession::LoadPlugin() {
-  // A plug-in named with --lib is taken as it is (dlopen also searches the library path for a bare name).
-  // Otherwise the first default candidate that exists is the plug-in: when it is refused, looking further would
-  // hide why.
-  std::string path = FOptions.LibFile;
-  const std::vector<std::string> candidates =
-      path.empty() ? TPluginLibrary::DefaultCandidates(refhost::TRefApp::ExecutableDir()) : std::vector<std::string>{};
-  for (const auto& candidate : candidates) {
-    std::error_code ec;
-    if (std::filesystem::exists(candidate, ec)) {
-      path = candidate;
-      break;
-    }
-  }
+  std::string error;
+  const std::string path = TPluginLibrary::Locate(FOptions.LibFile, refhost::TRefApp::ExecutableDir(), error);
   if (path.empty()) {
-    std::string tried;
-    for (const auto& candidate : candidates) tried += (tried.empty() ? "" : ", ") + candidate;
-    Report(nchost::msgtype::kError, "no laser plug-in found (looked for " + tried + "); name one with --lib");
+    Report(nchost::msgtype::kError, error);
     return false;
   }
-  std::string error;
   FPlugin = TPluginLibrary::Open(path, error);
   if (!FPlugin) {
     Report(nchost::msgtype::kError, error);
@@ -116,10 +91,11 @@ bool TSession::LoadPlugin() {
   }
   FPluginLoaded = true;
 
-  if (!FOptions.LocaleFile.empty()) {
+  const std::string localeFile = ChooseLocaleFile(FOptions.LocaleFile, refhost::TRefApp::ExecutableDir());
+  if (!localeFile.empty()) {
     auto locale = std::make_shared<refhost::TIniLocaleResource>();
     std::string localeError;
-    if (locale->Load(FOptions.LocaleFile, localeError))
+    if (locale->Load(localeFile, localeError))
       FApp.SetLocale(std::move(locale));  // runs the plug-in's locale procedure: its texts are reloaded
     else
       Report(nchost::msgtype::kWarning, localeError + "; operator messages keep their built-in texts");
@@ -137,8 +113,11 @@ int TSession::RunWithPlugin(const TCommandList& commands) {
   }
   if (FOptions.Debug) Report(nchost::msgtype::kTrace, "parameters used: " + ParamsToJson(FUsedParams));
   if (FOptions.Sim) CheckSimulatorMatches();
+  const bool fellBack = ReportModelFallback();
   FLaser->RegisterAlarms(FAlarms);
-  return RunCommands(commands) ? kExitOk : kExitCommandFailed;
+  const bool allRan = RunCommands(commands);
+  if (FStop.Stopped()) return kExitInterrupted;
+  return allRan && !fellBack ? kExitOk : kExitCommandFailed;
 }
 
 bool TSession::PrepareLaserSource() {
@@ -225,6 +204,22 @@ void TSession::CheckSimulatorMatches() {
   }
 }
 
+bool TSession::ReportModelFallback() {
+  // The plug-in finds a family by the first model key that contains the configured model; a model that none
+  // contains, with no family set, gets the default laser, which is rarely what the operator meant.
+  const devlaser::TDevLaserQuery* query = FPlugin->Query();
+  const std::string& model = FUsedParams.Model;
+  if (query == nullptr || model.empty() || FUsedParams.LaserMainType != devlaser::eltNone) return false;
+  for (const auto& registration : query->Registrations())
+    if (!registration.ModelKey.empty() && registration.ModelKey.find(model) != std::string::npos) return false;
+  Report(nchost::msgtype::kWarning,
+         EnvironmentAsksForChinese() && FOptions.LocaleFile.empty()
+             ? "未知的激光器型号 \"" + model + "\"，使用默认激光器（laserctl --list-models 列出所有型号）"
+             : "unknown laser model \"" + model +
+                   "\": the default laser is used instead (laserctl --list-models lists the models)");
+  return true;
+}
+
 bool TSession::RunCommands(const TCommandList& commands) {
   TCommandRunner runner(FPlugin->Api(), *FLaser, FAlarms, FPrinter, FStop,
                         [this](int msgType, const std::string& text) { Report(msgType, text); });
@@ -235,7 +230,7 @@ bool TSession::RunCommands(const TCommandList& commands) {
     if (!runner.Run(command)) allRan = false;
   }
   if (FStop.Stopped()) {
-    Report(nchost::msgtype::kWarning, "stopped by a signal; the laser is switched off and destroyed");
+    Report(nchost::msgtype::kInformation, "stopped by a signal; the laser is switched off and destroyed");
     return false;
   }
   return allRan;

@@ -42,6 +42,8 @@ class TSession {
   bool StartSimulator();
   void CreateLaser();
   void CheckSimulatorMatches();
+  // Warns, and returns true, when the configured model selected no family and the default laser was built.
+  bool ReportModelFallback();
   bool RunCommands(const TCommandList& commands);
   void TearDown();
 

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "CommandLine.h"
+#include "PluginInfo.h"
 #include "Session.h"
 #include "StopSignals.h"
 
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
   try {
     laserctl::TOptions options;
     if (const auto status = laserctl::ParseCommandLine(argc, argv, options)) return *status;
+    if (options.Version || options.ListModels) return laserctl::RunPluginInfo(options);
     laserctl::TSession session(std::move(options));
     return session.Run();
   } catch (const std::exception& e) {
