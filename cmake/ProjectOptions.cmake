@@ -19,6 +19,14 @@ else()
   message(FATAL_ERROR "DEVLASER_SANITIZE must be address, thread or empty, not '${DEVLASER_SANITIZE}'")
 endif()
 
+# The fuzz build instruments all code for libFuzzer's coverage feedback; only the fuzz targets link its main.
+if(DEVLASER_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "DEVLASER_FUZZ needs clang: configure with CC=clang CXX=clang++ (or the fuzz preset)")
+  endif()
+  list(APPEND DEVLASER_SAN_FLAGS -fsanitize=fuzzer-no-link)
+endif()
+
 # Sanitizers apply to everything linked into one process, so they are global (and a program linking the plug-in
 # of a sanitized build needs them too).
 string(REPLACE ";" " " DEVLASER_SAN_FLAGS_TEXT "${DEVLASER_SAN_FLAGS}")
