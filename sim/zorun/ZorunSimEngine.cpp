@@ -77,7 +77,7 @@ std::string ZorunHex(const uint8_t* data, size_t size) {
 }
 
 // What one command looks like on the wire.
-struct TZorunSimEngine::TSpec {
+struct TZorunSimEngine::TFrameShape {
   int Type = 0;
   TBytes Expected;          // parameter bytes zero, CRC bytes as for parameter zero
   std::vector<bool> Fixed;  // bytes that must match
@@ -118,7 +118,7 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
   const std::string encoding = Text(*laser, "InstructionEnCode");
   const bool hex = encoding.size() == 3 && ::tolower(encoding[0]) == 'h';
 
-  std::vector<TSpec> specs;
+  std::vector<TFrameShape> shapes;
   std::vector<std::optional<TReply>> replies(kTypeCount);
   std::vector<bool> seen(kTypeCount, false);
   if (auto list = laser->Get("Instructions")) {
@@ -127,18 +127,18 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
       const int64_t type = Int(*cmd, "CmdType");
       if (type < 0 || type >= kTypeCount || seen[static_cast<size_t>(type)]) continue;
       seen[static_cast<size_t>(type)] = true;
-      TSpec spec;
-      spec.Type = static_cast<int>(type);
+      TFrameShape shape;
+      shape.Type = static_cast<int>(type);
       TBytes tmpl;
       if (!ParseBytes(Text(*cmd, "Command"), hex, tmpl)) {
         error = path + ": Instructions[" + std::to_string(i) + "] has no usable Command";
         return false;
       }
-      spec.Checked = Bool(*cmd, "CmdNeedCheck");
-      if (!spec.Checked) {
-        spec.Expected = tmpl;
-        spec.Fixed.assign(tmpl.size(), true);
-        specs.push_back(std::move(spec));
+      shape.Checked = Bool(*cmd, "CmdNeedCheck");
+      if (!shape.Checked) {
+        shape.Expected = tmpl;
+        shape.Fixed.assign(tmpl.size(), true);
+        shapes.push_back(std::move(shape));
         continue;
       }
       // The working frame the CRC is computed over.
@@ -165,8 +165,8 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
         error = path + ": Instructions[" + std::to_string(i) + "] has a check range outside its frame";
         return false;
       }
-      spec.CrcBegin = static_cast<size_t>(begin);
-      spec.CrcEnd = static_cast<size_t>(end);
+      shape.CrcBegin = static_cast<size_t>(begin);
+      shape.CrcEnd = static_cast<size_t>(end);
       const uint16_t crc = Crc16(work.data() + begin, static_cast<size_t>(end - begin + 1));
       const uint8_t crcBytes[2] = {static_cast<uint8_t>(crc & 0xFF), static_cast<uint8_t>(crc >> 8)};
       const auto at = static_cast<long>(end + 1);
@@ -176,15 +176,15 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
       for (size_t k = 0; k < work.size(); ++k) {
         if (param[k]) {
           fixed[k] = false;
-          if (spec.ParamLen == 0) spec.ParamAt = k;
-          ++spec.ParamLen;
+          if (shape.ParamLen == 0) shape.ParamAt = k;
+          ++shape.ParamLen;
         }
       }
       // The CRC is checked by computation, so that a frame with a wrong one is recognised and reported as such.
       fixed[static_cast<size_t>(at)] = fixed[static_cast<size_t>(at) + 1] = false;
-      spec.Expected = std::move(work);
-      spec.Fixed = std::move(fixed);
-      specs.push_back(std::move(spec));
+      shape.Expected = std::move(work);
+      shape.Fixed = std::move(fixed);
+      shapes.push_back(std::move(shape));
     }
   }
   if (auto list = laser->Get("Replys")) {
@@ -205,10 +205,10 @@ bool TZorunSimEngine::Load(const std::string& path, int laserIdx, std::string& e
     }
   }
   // Longer frames first, so that a frame never passes for a shorter one that it starts with.
-  std::stable_sort(specs.begin(), specs.end(),
-                   [](const TSpec& a, const TSpec& b) { return a.Expected.size() > b.Expected.size(); });
+  std::stable_sort(shapes.begin(), shapes.end(),
+                   [](const TFrameShape& a, const TFrameShape& b) { return a.Expected.size() > b.Expected.size(); });
   std::lock_guard lock(FMutex);
-  FSpecs = std::move(specs);
+  FShapes = std::move(shapes);
   FReplies = std::move(replies);
   FDesc = Text(*laser, "Desc");
   return true;
@@ -221,15 +221,15 @@ std::string TZorunSimEngine::Description() const {
 
 std::optional<TBytes> TZorunSimEngine::ExpectedFrame(int type, int64_t parameter) const {
   std::lock_guard lock(FMutex);
-  for (const auto& spec : FSpecs) {
-    if (spec.Type != type) continue;
-    TBytes frame = spec.Expected;
-    if (spec.ParamLen == 0) return frame;
-    for (size_t k = 0; k < spec.ParamLen; ++k)
-      frame[spec.ParamAt + k] = static_cast<uint8_t>(parameter >> (8 * (spec.ParamLen - 1 - k)));
-    const uint16_t crc = Crc16(frame.data() + spec.CrcBegin, spec.CrcEnd - spec.CrcBegin + 1);
-    frame[spec.CrcEnd + 1] = static_cast<uint8_t>(crc & 0xFF);
-    frame[spec.CrcEnd + 2] = static_cast<uint8_t>(crc >> 8);
+  for (const auto& shape : FShapes) {
+    if (shape.Type != type) continue;
+    TBytes frame = shape.Expected;
+    if (shape.ParamLen == 0) return frame;
+    for (size_t k = 0; k < shape.ParamLen; ++k)
+      frame[shape.ParamAt + k] = static_cast<uint8_t>(parameter >> (8 * (shape.ParamLen - 1 - k)));
+    const uint16_t crc = Crc16(frame.data() + shape.CrcBegin, shape.CrcEnd - shape.CrcBegin + 1);
+    frame[shape.CrcEnd + 1] = static_cast<uint8_t>(crc & 0xFF);
+    frame[shape.CrcEnd + 2] = static_cast<uint8_t>(crc >> 8);
     return frame;
   }
   return std::nullopt;
@@ -251,24 +251,24 @@ std::string TZorunSimEngine::ReplyFor(int type) const {
   return std::string(bytes.begin(), bytes.end());
 }
 
-std::string TZorunSimEngine::Handle(const TSpec& spec, const TBytes& frame, std::vector<TTrace>& traces) {
+std::string TZorunSimEngine::Handle(const TFrameShape& shape, const TBytes& frame, std::vector<TTrace>& traces) {
   const std::string hex = ZorunHex(frame);
-  if (spec.Checked) {
-    const uint16_t crc = Crc16(frame.data() + spec.CrcBegin, spec.CrcEnd - spec.CrcBegin + 1);
-    if (frame[spec.CrcEnd + 1] != (crc & 0xFF) || frame[spec.CrcEnd + 2] != (crc >> 8)) {
+  if (shape.Checked) {
+    const uint16_t crc = Crc16(frame.data() + shape.CrcBegin, shape.CrcEnd - shape.CrcBegin + 1);
+    if (frame[shape.CrcEnd + 1] != (crc & 0xFF) || frame[shape.CrcEnd + 2] != (crc >> 8)) {
       ++FBadFrames;
       FLog.Add("BAD CRC " + hex);
-      traces.push_back({spec.Type, "BAD CRC " + hex, {}});
+      traces.push_back({shape.Type, "BAD CRC " + hex, {}});
       return {};
     }
   }
-  TFrame received{spec.Type, hex, std::nullopt};
-  if (spec.ParamLen > 0) {
+  TFrame received{shape.Type, hex, std::nullopt};
+  if (shape.ParamLen > 0) {
     int64_t value = 0;
-    for (size_t k = 0; k < spec.ParamLen; ++k) value = (value << 8) | frame[spec.ParamAt + k];
+    for (size_t k = 0; k < shape.ParamLen; ++k) value = (value << 8) | frame[shape.ParamAt + k];
     received.Parameter = value;
   }
-  switch (spec.Type) {
+  switch (shape.Type) {
     case kEmissionOn:
       FEmission = true;
       break;
@@ -297,8 +297,8 @@ std::string TZorunSimEngine::Handle(const TSpec& spec, const TBytes& frame, std:
   if (FFrames.size() >= TCommandLog::kCapacity) FFrames.erase(FFrames.begin());
   FFrames.push_back(received);
   FLog.Add(hex);
-  std::string reply = ReplyFor(spec.Type);
-  traces.push_back({spec.Type, hex, reply.empty() ? std::string() : ZorunHex(TBytes(reply.begin(), reply.end()))});
+  std::string reply = ReplyFor(shape.Type);
+  traces.push_back({shape.Type, hex, reply.empty() ? std::string() : ZorunHex(TBytes(reply.begin(), reply.end()))});
   return reply;
 }
 
@@ -313,15 +313,15 @@ std::string TZorunSimEngine::FeedLocked(TInput& input, bool endOfData, std::vect
     unknown.clear();
   };
   while (!buf.empty()) {
-    const TSpec* match = nullptr;
+    const TFrameShape* match = nullptr;
     bool couldGrow = false;
-    for (const auto& spec : FSpecs) {
-      const size_t n = std::min(buf.size(), spec.Expected.size());
+    for (const auto& shape : FShapes) {
+      const size_t n = std::min(buf.size(), shape.Expected.size());
       bool same = true;
-      for (size_t k = 0; k < n && same; ++k) same = !spec.Fixed[k] || buf[k] == spec.Expected[k];
+      for (size_t k = 0; k < n && same; ++k) same = !shape.Fixed[k] || buf[k] == shape.Expected[k];
       if (!same) continue;
-      if (buf.size() >= spec.Expected.size()) {
-        match = &spec;
+      if (buf.size() >= shape.Expected.size()) {
+        match = &shape;
         break;
       }
       couldGrow = true;

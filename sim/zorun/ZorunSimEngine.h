@@ -95,7 +95,7 @@ class TZorunSimEngine {
   void SetTraceHook(TTraceHook hook);
 
  private:
-  struct TSpec;
+  struct TFrameShape;
   struct TReply;
   struct TTrace {
     int Type;
@@ -103,11 +103,11 @@ class TZorunSimEngine {
     std::string Reply;
   };
   std::string FeedLocked(TInput& input, bool endOfData, std::vector<TTrace>& traces);
-  std::string Handle(const TSpec& spec, const TBytes& frame, std::vector<TTrace>& traces);
+  std::string Handle(const TFrameShape& shape, const TBytes& frame, std::vector<TTrace>& traces);
   std::string ReplyFor(int type) const;
 
   mutable std::mutex FMutex;
-  std::vector<TSpec> FSpecs;
+  std::vector<TFrameShape> FShapes;
   std::vector<std::optional<TReply>> FReplies;
   std::string FDesc;
   TCommandLog FLog;
