@@ -501,8 +501,9 @@ void TIPGYLRDriver::MonitorLoop(TLaserThread& thread) {
       // Sent without waiting: the reply is parsed by the next exchange's drain.
       SendNoReply("STA");
       connCheck.CheckConnection(CheckConnection());
-      // Read here, once per connection, so that no caller ever waits for it.
-      if (FSerialWanted.load() && FConnectedOk.load()) ReadSerialNumberOnce();
+      // Read here, once per connection, so that no caller ever waits for it. A caller that asked while the read
+      // was under way has its answer once it is done: no second read.
+      if (FSerialWanted.load() && !FSerialRead.load() && FConnectedOk.load()) ReadSerialNumberOnce();
     } catch (const std::exception& e) {
       if (!ReportMonitorException(thread, reportException, e.what())) break;
     } catch (...) {
