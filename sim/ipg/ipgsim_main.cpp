@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/common/HostPort.h"
 #include "sim/common/PrintableBytes.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
@@ -20,24 +21,6 @@
 #include "sim/ipg/IpgYlrTcpServer.h"
 
 namespace {
-
-bool SplitAddress(const std::string& text, std::string& address, uint16_t& port) {
-  const auto colon = text.rfind(':');
-  address = text.substr(0, colon);
-  if (colon == std::string::npos) {
-    port = lasersim::TIpgYlrTcpServer::kDefaultPort;
-    return !address.empty();
-  }
-  try {
-    size_t used = 0;
-    const unsigned long value = std::stoul(text.substr(colon + 1), &used);
-    if (used != text.size() - colon - 1 || value > 65535) return false;
-    port = static_cast<uint16_t>(value);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return !address.empty();
-}
 
 constexpr const char* kDescription =
     "Simulated IPG YLR fiber laser speaking the YLR text commands over TCP and a pseudo-terminal.\n"
@@ -97,7 +80,7 @@ int main(int argc, char** argv) {
   if (!tcp && !pty) tcp = "127.0.0.1:" + std::to_string(lasersim::TIpgYlrTcpServer::kDefaultPort);
   std::string address;
   uint16_t port = 0;
-  if (tcp && !SplitAddress(*tcp, address, port)) {
+  if (tcp && !lasersim::SplitHostPort(*tcp, address, port, lasersim::TIpgYlrTcpServer::kDefaultPort)) {
     std::cerr << "ipgsim: --tcp needs ADDR or ADDR:PORT, not '" << *tcp << "'\n";
     return 2;
   }

@@ -11,27 +11,9 @@
 #include <optional>
 #include <string>
 
+#include "sim/common/HostPort.h"
 #include "sim/zorun/ZorunSimEngine.h"
 #include "sim/zorun/ZorunSimServer.h"
-
-namespace {
-
-bool SplitAddress(const std::string& text, std::string& address, uint16_t& port) {
-  const auto colon = text.rfind(':');
-  if (colon == std::string::npos) return false;
-  address = text.substr(0, colon);
-  try {
-    size_t used = 0;
-    const unsigned long value = std::stoul(text.substr(colon + 1), &used);
-    if (used != text.size() - colon - 1 || value > 65535) return false;
-    port = static_cast<uint16_t>(value);
-  } catch (const std::exception&) {
-    return false;
-  }
-  return !address.empty();
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{"Simulated own-brand fiber laser speaking the protocol of its description file"};
@@ -66,7 +48,7 @@ int main(int argc, char** argv) {
                                            std::tuple{&tcp, &links.TcpAddress, &links.TcpPort, "--tcp"}}) {
     if (!*text) continue;
     std::string host;
-    if (!SplitAddress(**text, host, *port)) {
+    if (!lasersim::SplitHostPort(**text, host, *port)) {
       std::cerr << "zorunsim: " << name << " needs ADDR:PORT, not '" << **text << "'\n";
       return 2;
     }
