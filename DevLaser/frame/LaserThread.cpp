@@ -82,16 +82,18 @@ bool TLaserThread::SleepUntil(Clock::time_point deadline) {
 bool TLaserThread::WaitForWake(int64_t ms) {
   std::unique_lock lock(FMutex);
   auto token = FSource.get_token();
-  FCond.wait_until(lock, token, Clock::now() + std::chrono::milliseconds(ms), [this] { return FWoken; });
-  FWoken = false;
+  FWaiting.store(true);
+  FCond.wait_until(lock, token, Clock::now() + std::chrono::milliseconds(ms), [this] { return FWoken.load(); });
+  FWaiting.store(false);
+  FWoken.store(false);
   return !token.stop_requested();
 }
 
 void TLaserThread::Wake() {
-  {
-    std::lock_guard lock(FMutex);
-    FWoken = true;
-  }
+  if (FWoken.exchange(true) || !FWaiting.load()) return;
+  // The lock orders the notification after the waiter's check of FWoken: it is either blocked already or sees the
+  // flag.
+  { std::lock_guard lock(FMutex); }
   FCond.notify_all();
 }
 

@@ -2,6 +2,7 @@
 // when a stop is requested, so that an owner never waits long for a thread to end.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -47,7 +48,9 @@ class TLaserThread {
   bool SleepUntil(Clock::time_point deadline);
   // Waits until Wake(), a stop, or `ms` elapse; returns false on stop.
   bool WaitForWake(int64_t ms);
-  // Wakes one WaitForWake early (an event that resets itself).
+  // Wakes one WaitForWake early (an event that resets itself). Costs the caller a lock and a system call only when
+  // the thread is in WaitForWake: a caller queuing work while the thread is busy or pacing the line just raises
+  // the flag.
   void Wake();
 
  private:
@@ -55,7 +58,10 @@ class TLaserThread {
   mutable std::mutex FMutex;
   std::condition_variable_any FCond;
   std::stop_source FSource;
-  bool FWoken = false;
+  // Raised by Wake, consumed by WaitForWake. FWaiting is true while WaitForWake may block; Wake raises FWoken before
+  // it reads FWaiting and the waiter raises FWaiting before it reads FWoken, so one of the two always sees the other.
+  std::atomic<bool> FWoken{false};
+  std::atomic<bool> FWaiting{false};
   bool FRunning = false;
   bool FClosed = false;
   std::thread FThread;
