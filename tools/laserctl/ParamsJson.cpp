@@ -19,6 +19,9 @@ template <class... F>
 struct TOverload : F... {
   using F::operator()...;
 };
+// Spelled out for compilers that do not deduce an aggregate's template arguments yet (clang before 17).
+template <class... F>
+TOverload(F...) -> TOverload<F...>;
 
 bool WholeNumberIn(const json& value, int64_t low, int64_t high, int64_t& out) {
   if (value.is_number_unsigned()) {
