@@ -6,6 +6,7 @@
 //   a command byte (low 3 bits: which request the driver sends; the rest: the size of the pieces the bytes arrive
 //   in, 0 for all at once), a 2-byte length (little-endian) and that many received bytes, then the pulse settings
 //   the driver is asked to store (power, frequency (2), duty, width (2)).
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -137,8 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   devlaser::TLaserParams params;
   params.DefParams.Comm.CommPort = 1;
   params.DefParams.Comm.CommSettings = "57600,n,8,1";
+  std::atomic<size_t> traced = 0;  // the polling thread traces too
   devlaser::TRayQCWDriver driver(params);
-  size_t traced = 0;
   driver.SetBufEvent([&traced](const std::string& text) { traced += text.size(); });
   while (!in.Empty()) {
     const uint8_t cmd = in.Byte();
