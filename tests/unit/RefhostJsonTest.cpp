@@ -58,21 +58,12 @@ TEST(JsonObjectTest, ViewsWriteThroughToTheirPlaceInTheDocument) {
   EXPECT_EQ(parsed->AsJson(), R"({"A":"gone"})");
 }
 
-TEST(JsonObjectTest, BadTextIsRefusedWithItsPosition) {
-  std::string error;
-  EXPECT_EQ(refhost::ParseJson("{\n  \"Cmds\": [1, 2,\n  ]\n}", error), nullptr);
-  EXPECT_THAT(error, HasSubstr("line 3, column 3: unexpected"));
-  EXPECT_EQ(refhost::ParseJson(R"({"a": 1} trailing)", error), nullptr);
-  EXPECT_EQ(refhost::ParseJson("// comment\n{}", error), nullptr);
-}
-
 // Documents found by feeding the readers hostile files: each is refused with where it goes wrong, in words an
 // operator can act on, and never with the parser's own exception text.
 TEST(JsonObjectTest, HostileDocumentsAreRefusedWithTheirPositionInPlainWords) {
   const std::string deep = std::string(100000, '[') + std::string(100000, ']');
   const std::vector<std::pair<std::string, std::string>> cases = {
       {R"({"DefParams": {"Power": 1e999}})", "line 1, column 25: the number 1e999 is out of range"},
-      {"{\n  \"A\": -1e400\n}", "line 2, column 8: the number -1e400 is out of range"},
       {"{\n  \"Cmds\": [1, 2,\n  ]\n}", "line 3, column 3: unexpected ']'"},
       {R"({"DefParams": {"Power": )" + deep + "}}", "line 1, column 279: arrays and objects nest deeper than 256"},
       {R"({"a": tru})", "line 1, column 7: 'tru' is not a JSON value"},
@@ -88,9 +79,10 @@ TEST(JsonObjectTest, HostileDocumentsAreRefusedWithTheirPositionInPlainWords) {
     EXPECT_THAT(error, HasSubstr(expected));
     EXPECT_THAT(error, testing::Not(HasSubstr("json.exception")));
   }
-  // Brackets in texts and comments are not nesting.
+  // Brackets in texts and comments are not nesting; the host's own documents take no comments.
   refhost::TJson document;
   std::string error;
+  EXPECT_EQ(refhost::ParseJson("// comment\n{}", error), nullptr);
   const std::string brackets = "// [[[[\n{\"a\": \"" + std::string(300, '[') + "\"}";
   EXPECT_TRUE(refhost::ParseJsonText(brackets, document, error, true)) << error;
 }
