@@ -84,15 +84,5 @@ TEST(RaycusSimEngineTest, ReplyModes) {
   EXPECT_TRUE(static_cast<unsigned char>(answer[0]) >= 0x80);
 }
 
-TEST(RaycusSimEngineTest, ReplyModeNamesRoundTrip) {
-  for (auto mode : {TMode::AlwaysTS, TMode::FirstTS, TMode::NeverTS, TMode::Error, TMode::Garbage, TMode::Silent}) {
-    TMode parsed{};
-    EXPECT_TRUE(ParseReplyMode(ReplyModeName(mode), parsed));
-    EXPECT_EQ(parsed, mode);
-  }
-  TMode parsed{};
-  EXPECT_FALSE(ParseReplyMode("sometimes", parsed));
-}
-
 }  // namespace
 }  // namespace lasersim
