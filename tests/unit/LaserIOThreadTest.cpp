@@ -89,17 +89,5 @@ TEST_F(TLaserIOThreadTest, FreeingARunningSequenceStopsAndJoinsIt) {
   EXPECT_FALSE(FFinished->TryAcquire());
 }
 
-TEST(LaserSemaphore, CountsStayWithinTheirMaximum) {
-  TLaserSemaphore signal(0, 1);
-  EXPECT_FALSE(signal.TryAcquire());
-  EXPECT_TRUE(signal.Release());
-  EXPECT_FALSE(signal.Release());  // already set: stays set once
-  EXPECT_TRUE(signal.TryAcquire());
-  EXPECT_FALSE(signal.AcquireFor(1ms));
-  std::thread releaser([&] { signal.Release(); });
-  EXPECT_TRUE(signal.AcquireFor(10s));
-  releaser.join();
-}
-
 }  // namespace
 }  // namespace devlaser

@@ -21,24 +21,6 @@ TEST(LaserParams, InitializeForgetsEverythingTheLastLaserSet) {
   EXPECT_TRUE(p.CfgZorun.Desc.empty());
 }
 
-// Each laser keeps its own copy of the record: a copy holds every field, and changing it leaves the original alone.
-TEST(LaserParams, CopyingARecordCopiesEverything) {
-  TLaserParams p;
-  p.Model = "IPG-YLR";
-  p.InitLaserType(eltIPG, 2);
-  p.DefParams.Comm.CommSettings = "57600,n,8,1";
-  p.CfgIPG.YLS.Wire.LaserOnPort = 9;
-  p.CfgZorun.Desc = "激光器";
-  TLaserParams copy;
-  copy = p;
-  EXPECT_EQ(copy.LaserSubType, 2);
-  EXPECT_EQ(copy.DefParams.Comm.CommSettings, "57600,n,8,1");
-  EXPECT_EQ(copy.CfgIPG.YLS.Wire.LaserOnPort, 9);
-  EXPECT_EQ(copy.CfgZorun.Desc, "激光器");
-  copy.CfgZorun.Desc.clear();
-  EXPECT_EQ(p.CfgZorun.Desc, "激光器");
-}
-
 TEST(LaserParams, DARatioScalesOnlyAboveAFiveVoltBoard) {
   TLaserDA da{};
   da.MaxVoltage = 10.0;
