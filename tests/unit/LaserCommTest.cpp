@@ -76,7 +76,6 @@ TEST_F(LaserCommTest, LoggerStaysSilentWhenTheHostLoggerIsOffOrMissing) {
   FApp.HostLogger().SetEnabled(false);
   TCSLogger logger;
   logger.ShowMsg("dropped", nchost::msgtype::kError);
-  TSimIOExtBoard().SetOutputbit(5, true);  // no library logger set: the simulated board's line goes nowhere
   EXPECT_TRUE(LoggerEntries().empty());
   SetHost(nullptr);
   TCSLogger orphan;  // no host at all: a logger that does nothing

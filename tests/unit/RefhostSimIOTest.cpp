@@ -47,19 +47,4 @@ TEST(SimCtrlExtIOTest, WaitersWakeWhenAnotherThreadChangesTheState) {
   EXPECT_FALSE(io.WaitForWrite([](const refhost::TIOWrite& w) { return w.Op == TIOOp::SetDAValue; }, 10ms));
 }
 
-// The outputs share words of one bit set: a write that is not serialised would lose another thread's bit.
-TEST(SimCtrlExtIOTest, ConcurrentWritersLoseNothing) {
-  TSimCtrlExtIO io;
-  constexpr int kWrites = 500;
-  {
-    std::vector<std::jthread> threads;
-    for (uint8_t port = 1; port <= 4; ++port)
-      threads.emplace_back([&io, port] {
-        for (int i = 0; i < kWrites; ++i) io.SetOutputbit(port, i % 2 == 1);
-      });
-  }
-  EXPECT_EQ(io.Writes().size(), 4u * kWrites);
-  for (uint8_t port = 1; port <= 4; ++port) EXPECT_TRUE(io.GetOutputBit(port));  // each thread's last write set it
-}
-
 }  // namespace
