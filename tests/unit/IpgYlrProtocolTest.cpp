@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -116,15 +115,6 @@ TEST(IpgYlrCommands, SettersRefuseValuesOutsideTheirRange) {
   EXPECT_EQ(PulseWidthCmd(12.345), "SPW 12.35");
   EXPECT_TRUE(DiodeCurrentValid(100.0));  // the top of the range is allowed
   for (double invalid : {100.01, -0.5, std::nan("")}) EXPECT_FALSE(DiodeCurrentValid(invalid)) << invalid;
-}
-
-TEST(IpgYlrCommands, NumbersUseAPointInAnyLocale) {
-  const char* old = std::setlocale(LC_NUMERIC, nullptr);
-  std::string saved = old ? old : "C";
-  std::setlocale(LC_NUMERIC, "de_DE.UTF-8");
-  EXPECT_EQ(PulseWidthCmd(2.5), "SPW 2.50");
-  EXPECT_EQ(ParseDouble("2.5"), 2.5);
-  std::setlocale(LC_NUMERIC, saved.c_str());
 }
 
 }  // namespace
