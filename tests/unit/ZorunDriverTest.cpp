@@ -2,6 +2,7 @@
 // change filter, alarm decoding, and what the operator reads about a description file that cannot serve.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <string>
@@ -32,7 +33,6 @@ TBytes Hex(const std::string& text) {
 
 const TBytes kInit = Hex("5A A5 01 10 00 02 C1");
 const TBytes kDiode300 = Hex("5A A5 01 12 00 2C E0 DC");
-const TBytes kEmissionOff = Hex("5A A5 01 11 00 03 51");
 const TBytes kAlarmAck = Hex("5A A5 01 14 00 00 01");
 
 class ZorunDriverTest : public testing::TLaserHostFixture {
@@ -48,9 +48,6 @@ class ZorunDriverTest : public testing::TLaserHostFixture {
   std::unique_ptr<TZorunDriver> MakeDriver(const TZorunDescriptionText& text = {}) {
     FDir.Write("ZorunLaser.json", text.Text());
     return std::make_unique<TZorunDriver>(FParams);
-  }
-  size_t CountOf(const std::vector<TCmdType>& types, TCmdType type) {
-    return static_cast<size_t>(std::count(types.begin(), types.end(), type));
   }
 
   testsupport::TScratchDir FDir;
@@ -157,7 +154,8 @@ TEST_F(ZorunDriverTest, TheLaserKeepsWhatItCommandedAndTheDiodeValueTheDriverRef
   EXPECT_TRUE(FSink->Contains("峰值功率参数非法: 5000.00"));
   laser->SetDiodeCurrent(60);
   EXPECT_EQ(laser->GetDiodeCurrent(), 60);
-  EXPECT_EQ(CountOf(driver.QueuedTypes(), ctDiodeSet), 3u);
+  const auto types = driver.QueuedTypes();
+  EXPECT_EQ(std::count(types.begin(), types.end(), ctDiodeSet), 3);
 }
 
 // ---- description files that cannot serve: the operator learns which and why, the host gets the default laser ----
