@@ -1,6 +1,6 @@
-// The shape of the configuration text the reference host writes, what it accepts and where it reports problems;
-// round trips, broken files and bad keys are in LaserConfigPersistTest; how warnings reach the operator, in
-// laserctl's tests. Beneath it, the host's JSON reader.
+// How the reference host's configuration store takes numbers and refuses what no double holds (round trips,
+// broken files and hand-written files are in LaserConfigPersistTest; how warnings reach the operator, in laserctl's
+// tests), and the host's JSON reader beneath it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -27,25 +27,6 @@ class ConfigStoreTest : public testing::Test {
   }
   std::vector<std::string> FReports;
 };
-
-// A person writing XML pads numbers, writes booleans as they like, adds comments and puts a key in either form.
-TEST_F(ConfigStoreTest, HandWrittenXmlIsReadAsAPersonMeantIt) {
-  TLaserConfig root;
-  ASSERT_TRUE(refhost::LoadXmlText(root, R"(<?xml version="1.0"?>
-<Laser>
-  <Power> 1500.5 </Power>
-  <DebugMode>True</DebugMode>
-  <!-- the analogue power output -->
-  <PWM DynamicPwm="1"><Frequency>
-    20000</Frequency></PWM>
-</Laser>)",
-                                   "hand.xml", Report()));
-  EXPECT_THAT(FReports, IsEmpty());
-  EXPECT_EQ(root.Power(), 1500.5);
-  EXPECT_TRUE(root.DebugMode());
-  EXPECT_TRUE(root.Pwm().DynamicPwm());
-  EXPECT_EQ(root.Pwm().Frequency(), 20000);
-}
 
 // How numbers of each shape reach an integer key: whole numbers in range are taken however written; the rest is
 // named for what it is ("a fractional number" only when there is a fraction).
