@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/BenchSupport.h"
 #include "core/LaserLifetime.h"
 #include "frame/HostServices.h"
 #include "raycus/RaycusLaser.h"
@@ -27,13 +28,9 @@
 
 namespace {
 
+using bench::ProcessCpuSeconds;
+using bench::ReportPercentiles;
 using Clock = std::chrono::steady_clock;
-
-double ProcessCpuSeconds() {
-  timespec ts{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
-}
 
 // The measuring thread waits by yielding, not by spinning: the scheduler tends to wake the laser's thread on the
 // waker's processor, and a spinning waker keeps it off that processor until the next scheduler tick (about 4 ms),
@@ -105,18 +102,6 @@ class TRaycusRig {
   std::thread FReader;
 };
 
-void ReportPercentiles(benchmark::State& state, std::vector<double>& us, const char* prefix) {
-  if (us.empty()) return;
-  std::sort(us.begin(), us.end());
-  auto at = [&](double q) {
-    return us[std::min(us.size() - 1, static_cast<size_t>(q * static_cast<double>(us.size())))];
-  };
-  state.counters[std::string(prefix) + "min_us"] = us.front();
-  state.counters[std::string(prefix) + "p50_us"] = at(0.50);
-  state.counters[std::string(prefix) + "p99_us"] = at(0.99);
-  state.counters[std::string(prefix) + "max_us"] = us.back();
-}
-
 // Each iteration is one round of host calls: emission on and off, a diode current, and the state queries. Every
 // call queues a command or reads a cached value; the thread meanwhile writes a command in every cycle.
 void BM_RaycusCallerLatencyWhileWriting(benchmark::State& state) {
@@ -178,7 +163,7 @@ void BM_RaycusCommandToLineWhileIdle(benchmark::State& state) {
     latency.push_back(us);
     state.SetIterationTime(us * 1e-6);
   }
-  ReportPercentiles(state, latency, "");
+  ReportPercentiles(state, latency);
   ReportPercentiles(state, toWrite, "written_");
 }
 BENCHMARK(BM_RaycusCommandToLineWhileIdle)->Iterations(200)->UseManualTime()->Unit(benchmark::kMicrosecond);

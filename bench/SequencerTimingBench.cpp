@@ -9,6 +9,7 @@
 #include <memory>
 #include <thread>
 
+#include "bench/BenchSupport.h"
 #include "core/DefaultLaser.h"
 #include "core/LaserIOThread.h"
 #include "core/LaserLifetime.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+using bench::ProcessCpuSeconds;
 using Clock = std::chrono::steady_clock;
 
 // Notes the moment of the first output write; everything else as the simulated board.
@@ -30,12 +32,6 @@ class TTimestampIO : public devlaser::TSimIOExtBoard {
   std::atomic<bool> FWritten{false};
   std::atomic<Clock::time_point> FWriteTime{};
 };
-
-double ProcessCpuSeconds() {
-  timespec ts{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
-}
 
 // A sequence { delay N, output on }: the output is written N ms plus one settling pause after the start. Reports
 // the lateness beyond that as the iteration time and as counters.

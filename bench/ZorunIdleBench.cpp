@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "bench/BenchSupport.h"
 #include "core/LaserLifetime.h"
 #include "frame/HostServices.h"
 #include "refhost/RecordingSink.h"
@@ -28,30 +29,7 @@
 
 namespace {
 
-// Processor seconds used so far by the threads whose name starts with `prefix`.
-double ThreadCpuSeconds(const std::string& prefix) {
-  const double tick = static_cast<double>(::sysconf(_SC_CLK_TCK));
-  double total = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::ifstream commFile(entry.path() / "comm");
-    std::string name;
-    std::getline(commFile, name);
-    if (name.rfind(prefix, 0) != 0) continue;
-    std::ifstream statFile(entry.path() / "stat");
-    std::string stat;
-    std::getline(statFile, stat);
-    // Fields after the parenthesised name: state is field 3, utime 14, stime 15.
-    std::istringstream rest(stat.substr(stat.rfind(')') + 2));
-    std::string field;
-    unsigned long utime = 0, stime = 0;
-    for (int i = 3; i <= 15 && rest >> field; ++i) {
-      if (i == 14) utime = std::stoul(field);
-      if (i == 15) stime = std::stoul(field);
-    }
-    total += static_cast<double>(utime + stime) / tick;
-  }
-  return total;
-}
+using bench::ThreadCpuSeconds;
 
 // state.range(0): 1 when the state query waits for its reply (the shipped file), 0 when it does not.
 void BM_ZorunIdleCpu(benchmark::State& state) {
