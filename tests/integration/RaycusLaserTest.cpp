@@ -1,7 +1,6 @@
 // The Raycus serial laser against the simulated laser over a pseudo-terminal, through the reference host's POSIX
-// serial port: the bytes on the line for the diode current and emission, and a line that vanishes (the simulator
-// stopped, or its process killed) and comes back under the same link path. The QCW pulse settings' bytes are
-// checked on the in-memory line of the unit tests.
+// serial port: the bytes on the line for the diode current, emission and the QCW pulse settings, and a line that
+// vanishes (the simulator stopped, or its process killed) and comes back under the same link path.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -169,6 +168,25 @@ TEST_P(RaycusDiodeTest, DiodeCurrentIsRepeatedFiveTimesAndQueuedCommandsGoFirst)
 
 INSTANTIATE_TEST_SUITE_P(FromConfigAndParams, RaycusDiodeTest, ::testing::Bool(),
                          [](const auto& p) { return p.param ? "FromConfig" : "FromParams"; });
+
+TEST_F(RaycusLaserSimTest, LaserOnSendsThePulseSettingsOnlyOnTheQcwSubType) {
+  Serve();
+  FParams.CfgRay.QCW = {5000, 10, 100};
+  FParams.LaserSubType = 1;
+  FromParams().LaserOn();
+  FLaser->EmissionOn();  // a marker: what LaserOn queued goes out before it
+  ASSERT_TRUE(FEngine.WaitFor(kEmissionOn, 5s));
+  EXPECT_EQ(FEngine.Commands(), std::vector<std::string>{kEmissionOn});
+
+  FParams.LaserSubType = 2;
+  FLaser.reset();
+  FromParams().LaserOn();
+  ASSERT_TRUE(FEngine.WaitFor(Bytes("1B 46 13 88 44 0A 50 64 0D"), 5s));
+  const auto state = FEngine.State();
+  EXPECT_EQ(state.PulseFreq, 5000);
+  EXPECT_EQ(state.PulseRatio, 10);
+  EXPECT_EQ(state.PulsePower, 100);
+}
 
 TEST_F(RaycusLaserSimTest, ALineThatVanishesIsReopenedWhenItComesBack) {
   Serve();
