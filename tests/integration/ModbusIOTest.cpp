@@ -95,6 +95,8 @@ class ModbusIOTest : public testing::TLaserHostFixture {
 TEST_F(ModbusIOTest, ImageFollowsTheModulesInputsAndCarriesPwmAndAnalogueWrites) {
   Open("127.0.17.3");
   EXPECT_FALSE(FModbus->GetOutPortExist(17)) << "the default map has outputs 1 to 16";
+  EXPECT_FALSE(FModbus->GetDAPortExist(4));
+  EXPECT_TRUE(FModbus->GetPwmPortExist(1));
 
   FModule.SetDiscreteInput(3, true);
   FModule.SetInputRegister(2, 4500);
