@@ -38,7 +38,6 @@ using namespace std::chrono_literals;
 using refhost::TIOOp;
 using refhost::TIOWrite;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using Clock = std::chrono::steady_clock;
 using TCommands = std::vector<std::string>;
 using TLinkShape = lasersim::TIpgYlrTcpServer::TLinkShape;
@@ -418,7 +417,10 @@ TEST_F(IpgYlrLaserSimTest, AcknowledgedSetsReportTheEchoAndAnUnconfirmedOneKeeps
   auto& trusting = MakeConnected();
   FEngine.Log().Clear();
   trusting.SetDiodeCurrent(55);
-  EXPECT_THAT(CommandsUntil("SDC 55", 5), ElementsAreArray(TCommands(5, "SDC 55")));
+  // The call returns after its last send; the start-up current of a new laser may still be on the wire before
+  // them on a loaded machine, so only the sets of 55 are counted.
+  ASSERT_TRUE(FEngine.Log().WaitFor("SDC 55", 5s, 5));
+  EXPECT_EQ(FEngine.Log().Count("SDC 55"), 5u);
   EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 55.0);
 
   // Without a link the set fails at once instead of trying for its whole time-out.
