@@ -389,6 +389,13 @@ std::vector<TZorunSimEngine::TFrame> TZorunSimEngine::Frames() const {
   return FFrames;
 }
 
+void TZorunSimEngine::ClearLog() {
+  std::lock_guard lock(FMutex);
+  FFrames.clear();
+  FFrames.shrink_to_fit();
+  FLog.Clear();
+}
+
 size_t TZorunSimEngine::BadFrames() const {
   std::lock_guard lock(FMutex);
   return FBadFrames;

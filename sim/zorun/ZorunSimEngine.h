@@ -82,6 +82,8 @@ class TZorunSimEngine {
   const TCommandLog& Log() const { return FLog; }
   // Good frames by type, oldest first (the latest TCommandLog::kCapacity).
   std::vector<TFrame> Frames() const;
+  // Forgets the frames and the log received so far (a long run keeps its memory flat).
+  void ClearLog();
   size_t BadFrames() const;
   // The frame a template would accept for `parameter`, as the laser expects it (for tests and traces).
   std::optional<TBytes> ExpectedFrame(int type, int64_t parameter = 0) const;

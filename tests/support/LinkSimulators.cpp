@@ -234,7 +234,7 @@ class TZorunSimulator final : public TLinkSimulator {
   std::string EmissionOnCommand() const override { return FrameText(lasersim::TZorunSimEngine::kEmissionOn); }
   std::string EmissionOffCommand() const override { return FrameText(lasersim::TZorunSimEngine::kEmissionOff); }
   size_t Count(const std::string& command) const override { return FEngine.Log().Count(command); }
-  void ClearLog() override { FEngine.Log().Clear(); }
+  void ClearLog() override { FEngine.ClearLog(); }
 
  private:
   std::string FrameText(int type) const {
