@@ -1,5 +1,7 @@
 // The IPG YLR lasers against the simulated laser over loopback TCP (port 10001, one 127.0.0.x address per test)
-// and over a pseudo-terminal, through the reference host's POSIX transports and its simulated IO extension.
+// and over a pseudo-terminal, through the reference host's POSIX transports and its simulated IO extension: the
+// emission sequences and what a real laser refuses in them, the remote-start and power pulses, a laser that goes
+// away and comes back, and how exchanges end (a set on its echo, readers on their own line, whatever the link does).
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,6 +20,7 @@
 #include <vector>
 
 #include "core/LaserLifetime.h"
+#include "frame/Format.h"
 #include "frame/LaserStrs.h"
 #include "ipg/IpgYlr2Laser.h"
 #include "refhost/transport/PosixTransports.h"
@@ -38,6 +41,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using Clock = std::chrono::steady_clock;
 using TCommands = std::vector<std::string>;
+using TLinkShape = lasersim::TIpgYlrTcpServer::TLinkShape;
 namespace ylr = lasersim::ipgylr;
 
 struct TRecordingReport : nchost::INcAlarmReport20 {
@@ -57,6 +61,12 @@ std::chrono::milliseconds Timed(F&& call) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
 }
 
+// A command that reached the laser, its reply and when it arrived.
+struct TTraced {
+  std::string Command, Reply;
+  Clock::time_point At;
+};
+
 class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
  protected:
   void SetUp() override {
@@ -68,11 +78,15 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
     FParams.LaserMainType = eltIPG;
     FParams.LaserSubType = 3;
     FParams.DefParams.DataTransType = dttNetTcp;
-    FParams.DefParams.Net.TcpPort = 8080;  // ignored: the laser always listens on 10001
     FParams.DefParams.Comm.IgnoreCommResult = false;
-    FParams.DefParams.DiodeSetTimeOut = 500;
+    FParams.DefParams.DiodeSetTimeOut = 300;
     FParams.DefParams.PWM.DiodeCurrent = 30;
     FParams.CfgIPG.MaxCurrent = 90;
+    // The hook owns what it records: the serving thread may still call it after a failed assertion ended the test.
+    FEngine.SetTraceHook([trace = FTrace](const std::string& command, const std::string& reply) {
+      std::lock_guard lock(trace->Lock);
+      trace->Entries.push_back({command, reply, Clock::now()});
+    });
   }
   void TearDown() override {
     FLaser.reset();
@@ -83,6 +97,7 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
 
   void ServeTcp(const std::string& address) {
     ASSERT_TRUE(FServer.Start(address)) << FServer.LastError();
+    FParams.DefParams.DataTransType = dttNetTcp;
     FParams.DefParams.Net.TcpHost = address;
   }
   void ServeSerial(int32_t portNumber) {
@@ -93,15 +108,13 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
   }
 
   // A new laser (the previous one destroyed first), once its driver has had the first reply.
-  template <class T = TIPGYLR2Laser>
-  T& MakeConnected() {
+  TIPGYLR2Laser& MakeConnected() {
     FLaser.reset();
-    auto laser = MakeLaser<T>(FParams, FIO);
-    EXPECT_TRUE(laser);
-    auto& ref = *laser;
-    FLaser = std::move(laser);
-    EXPECT_TRUE(Eventually([&] { return ref.Driver()->IsConnectedOk(); }, 10s));
-    return ref;
+    auto laser = MakeLaser<TIPGYLR2Laser>(FParams, FIO);
+    if (!laser) throw std::runtime_error("the YLR2 laser could not be built");
+    FLaser = laser;
+    EXPECT_TRUE(Eventually([&] { return laser->Driver()->IsConnectedOk(); }, 10s));
+    return *laser;
   }
 
   // What the laser received other than status polls since the last Clear().
@@ -116,26 +129,31 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
     EXPECT_TRUE(FEngine.Log().WaitFor(last, 5s, times)) << last;
     return Commands();
   }
+  // What the laser received since the last call, with its replies.
+  std::vector<TTraced> TakeTrace() {
+    std::lock_guard lock(FTrace->Lock);
+    return std::exchange(FTrace->Entries, {});
+  }
   size_t Shown(const std::string& text) const {
     return FSink->Count(
         [&](const refhost::TMessageEntry& e) { return e.Kind == refhost::TEntryKind::Message && e.Text == text; });
   }
-  // The output writes of one port, in order.
-  std::vector<TIOWrite> OutputWrites(int port) const {
-    std::vector<TIOWrite> out;
+  // Length of the first on-off pulse of an output, from the write log's times, and how often the port was written.
+  std::pair<std::optional<std::chrono::microseconds>, size_t> Pulse(int port) const {
+    std::vector<TIOWrite> writes;
     for (const auto& w : WritesOf(TIOOp::SetOutputbit))
-      if (w.Port == port) out.push_back(w);
-    return out;
-  }
-  // Length of the first on-off pulse of an output, from the write log's times.
-  std::optional<std::chrono::microseconds> PulseLength(int port) const {
-    auto writes = OutputWrites(port);
+      if (w.Port == port) writes.push_back(w);
     auto on = std::find_if(writes.begin(), writes.end(), [](auto& w) { return w.Value == 1.0; });
     auto off = std::find_if(on, writes.end(), [](auto& w) { return w.Value == 0.0; });
-    if (off == writes.end()) return std::nullopt;
-    return off->Time - on->Time;
+    if (off == writes.end()) return {std::nullopt, writes.size()};
+    return {off->Time - on->Time, writes.size()};
   }
 
+  struct TTrace {
+    std::mutex Lock;
+    std::vector<TTraced> Entries;
+  };
+  std::shared_ptr<TTrace> FTrace = std::make_shared<TTrace>();
   lasersim::TIpgYlrEngine FEngine;
   lasersim::TIpgYlrTcpServer FServer{FEngine};
   lasersim::TIpgYlrPtyServer FPty{FEngine};
@@ -143,90 +161,20 @@ class IpgYlrLaserSimTest : public testing::TLaserHostFixture {
   std::shared_ptr<TNcLaser> FLaser;
 };
 
-TEST_F(IpgYlrLaserSimTest, Ylr2SwitchesEmissionAimingAndCurrentOverTcpAndAPseudoTerminal) {
-  struct TCase {
-    const char* Model;
-    bool Qcw, GateMode;
-    TCommands Expected;
-  };
-  const std::vector<TCase> sequences = {
-      {"YLR", true, true, {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"}},
-      {"YLR", true, false, {"DEC", "DMOD", "DGM", "EPM", "ELE"}},  // QCW internal: the emission signal rules
-      {"EO-YLR", false, false, {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"}},
-      {"YLR", false, false, {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"}},  // CW, the laser used below
-  };
-  for (bool serial : {false, true}) {
-    SCOPED_TRACE(serial ? "pseudo-terminal" : "TCP");
-    if (serial)
-      ServeSerial(7);
-    else
-      ServeTcp("127.0.0.41");
-    TIPGYLR2Laser* cw = nullptr;
-    for (const auto& c : sequences) {
-      SCOPED_TRACE(::testing::PrintToString(c.Expected));
-      FParams.Model = c.Model;
-      FParams.CfgIPG.YLR.QCWMode = c.Qcw;
-      FParams.CfgIPG.YLR.GateMode = c.GateMode;
-      auto& laser = MakeConnected();
-      cw = &laser;
-      FEngine.Log().Clear();
-      laser.EmissionOn();
-      EXPECT_EQ(CommandsUntil(c.Expected.back()), c.Expected);
-      const bool emits = c.Expected.back() == "EMON";
-      EXPECT_EQ((FEngine.StatusWord() & ylr::kEmission) != 0, emits);
-      // The laser reports emission from its status word once the next poll has brought it.
-      EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == emits; }));
-      FEngine.Log().Clear();
-      laser.EmissionOff();
-      EXPECT_THAT(CommandsUntil("EMOFF"), ElementsAre("EMOFF"));
-    }
-
-    auto& laser = *cw;
-    FEngine.Log().Clear();
-    laser.SetAimingOn(true);
-    EXPECT_THAT(CommandsUntil("ABN"), ElementsAre("ABN"));
-    EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
-    // Acknowledged: sent until the laser echoes it, here at once.
-    FEngine.Log().Clear();
-    laser.SetDiodeCurrent(40);
-    EXPECT_THAT(Commands(), ElementsAre("SDC 40"));
-    EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 40.0);
-
-    // Status bit b is alarm b + 2.
-    FEngine.RaiseAlarms(ylr::kOverheat | ylr::kOpticalInterlockOpen);
-    TRecordingReport report;
-    ASSERT_TRUE(Eventually([&] {
-      laser.UpdateAlarms(report);
-      return report.Raised[3] && report.Raised[32];
-    }));
-    EXPECT_TRUE(report.Raised[10]);  // the aiming beam, bit 8: reported like every bit
-    EXPECT_FALSE(report.Raised[4]);  // no emission
-    EXPECT_FALSE(report.Raised[511]);
-    EXPECT_EQ(laser.Driver()->GetLaserAlarm(), ylr::kOverheat | ylr::kOpticalInterlockOpen);
-    FEngine.SetAlarmWord(0);
-
-    // Without diode replies: sent five times, unacknowledged.
-    FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
-    auto& trusting = MakeConnected();
-    FEngine.Log().Clear();
-    trusting.SetDiodeCurrent(55);
-    EXPECT_THAT(CommandsUntil("SDC 55", 5), ElementsAreArray(TCommands(5, "SDC 55")));
-    EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 55.0);
-    FParams.CfgIPG.YLR.IgnoreDiodeReply = false;
-  }
-}
-
-// Every emission sequence of the YLR2 laser against the laser's own rules. A real laser refuses mode changes (EMOD,
-// DMOD, EEC, DEC) while it emits; the sequences below that send them during emission are sent unchanged, the
-// refusals are recorded here, the driver logs them, and the laser still ends where the sequence means it to.
-TEST_F(IpgYlrLaserSimTest, EmissionSequencesAgainstTheLasersRefusalsEndInTheirIntendedState) {
-  enum class EStart { Off, Emitting };
-  enum class EAction { EmissionOn, EmissionOff, PulseModelQcw, PulseModelCw };
-  struct TCase {
-    const char* Name;
+// Every emission sequence of the YLR2 laser, over both links, against the laser's own rules. A real laser refuses
+// mode changes (EMOD, DMOD, EEC, DEC) while it emits; the sequences that send them during emission are sent
+// unchanged, the refusals are recorded here, the driver logs them, and the laser still ends where the sequence means.
+TEST_F(IpgYlrLaserSimTest, EmissionSequencesOverBothLinksEndInTheirIntendedStateDespiteTheLasersRefusals) {
+  struct TSetup {
     const char* Model;
     bool Qcw, GateMode, Analog;
-    EStart Start;
+  };
+  const TSetup cw{"YLR", false, false, false}, analog{"YLR", false, false, true}, cwGate{"YLR", false, true, false},
+      qcwGate{"YLR", true, true, false}, qcwInternal{"YLR", true, false, false}, eo{"EO-YLR", false, false, false};
+  enum EAction { On, OnAgain, Off, ToQcw, ToCw };  // all but On start from an emitting laser
+  struct TCase {
+    const char* Name;
+    TSetup Setup;
     EAction Action;
     TCommands Sent;
     TCommands Refused;  // what a real laser refuses in this sequence
@@ -234,202 +182,78 @@ TEST_F(IpgYlrLaserSimTest, EmissionSequencesAgainstTheLasersRefusalsEndInTheirIn
   };
   constexpr uint32_t kModeBits = ylr::kEmission | ylr::kExternalControl | ylr::kPulseMode | ylr::kModulation |
                                  ylr::kGateMode | ylr::kEmissionControl | ylr::kExternalAimControl;
-  constexpr uint32_t kCw = ylr::kEmission | ylr::kModulation;
+  constexpr uint32_t kCw = ylr::kEmission | ylr::kModulation, kQcwInternal = ylr::kPulseMode | ylr::kEmissionControl;
+  constexpr uint32_t kQcwGate = ylr::kEmission | ylr::kGateMode | ylr::kPulseMode;
   const std::vector<TCase> cases = {
-      {"CW",
-       "YLR",
-       false,
-       false,
-       false,
-       EStart::Off,
-       EAction::EmissionOn,
-       {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
-       {},
-       kCw},
-      {"CW, analogue control",
-       "YLR",
-       false,
-       false,
-       true,
-       EStart::Off,
-       EAction::EmissionOn,
-       {"EEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
-       {},
-       kCw | ylr::kExternalControl},
+      {"CW", cw, On, {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"}, {}, kCw},
+      {"CW analogue", analog, On, {"EEC", "DPM", "DGM", "DLE", "EMOD", "EMON"}, {}, kCw | ylr::kExternalControl},
       // The host switches emission on again while it is on: the mode changes are refused, nothing changes.
-      {"CW again",
-       "YLR",
-       false,
-       false,
-       false,
-       EStart::Emitting,
-       EAction::EmissionOn,
-       {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"},
-       {"DEC", "EMOD"},
-       kCw},
-      {"QCW, gate mode",
-       "YLR",
-       true,
-       true,
-       false,
-       EStart::Off,
-       EAction::EmissionOn,
-       {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"},
-       {},
-       ylr::kEmission | ylr::kGateMode | ylr::kPulseMode},
-      {"QCW, gate mode, again",
-       "YLR",
-       true,
-       true,
-       false,
-       EStart::Emitting,
-       EAction::EmissionOn,
-       {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"},
-       {"DEC", "DMOD"},
-       ylr::kEmission | ylr::kGateMode | ylr::kPulseMode},
+      {"CW again", cw, OnAgain, {"DEC", "DPM", "DGM", "DLE", "EMOD", "EMON"}, {"DEC", "EMOD"}, kCw},
+      {"QCW gate", qcwGate, On, {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"}, {}, kQcwGate},
+      {"QCW gate again", qcwGate, OnAgain, {"DEC", "DMOD", "EGM", "DLE", "EPM", "EMON"}, {"DEC", "DMOD"}, kQcwGate},
       // Emission follows the hardware emission signal: no EMON.
-      {"QCW, internal",
-       "YLR",
-       true,
-       false,
-       false,
-       EStart::Off,
-       EAction::EmissionOn,
-       {"DEC", "DMOD", "DGM", "EPM", "ELE"},
-       {},
-       ylr::kPulseMode | ylr::kEmissionControl},
-      {"EO-YLR",
-       "EO-YLR",
-       false,
-       false,
-       false,
-       EStart::Off,
-       EAction::EmissionOn,
-       {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"},
-       {},
-       kCw},
-      {"EO-YLR again",
-       "EO-YLR",
-       false,
-       false,
-       false,
-       EStart::Emitting,
-       EAction::EmissionOn,
-       {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"},
-       {"DEC", "EMOD"},
-       kCw},
-      {"off", "YLR", false, false, false, EStart::Emitting, EAction::EmissionOff, {"EMOFF"}, {}, ylr::kModulation},
+      {"QCW internal", qcwInternal, On, {"DEC", "DMOD", "DGM", "EPM", "ELE"}, {}, kQcwInternal},
+      {"EO-YLR", eo, On, {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"}, {}, kCw},
+      {"EO-YLR again", eo, OnAgain, {"DEC", "DLE", "EMOD", "DGM", "DEABC", "SDS", "EMON"}, {"DEC", "EMOD"}, kCw},
+      {"off", cw, Off, {"EMOFF"}, {}, ylr::kModulation},
       // Gate mode goes to QCW without stopping emission: the laser keeps modulation on, the rest follows.
-      {"gate mode to QCW",
-       "YLR",
-       false,
-       true,
-       false,
-       EStart::Emitting,
-       EAction::PulseModelQcw,
-       {"DMOD", "EGM", "DLE", "EPM", "EMON"},
-       {"DMOD"},
-       ylr::kEmission | ylr::kModulation | ylr::kGateMode | ylr::kPulseMode},
-      {"gate mode to CW",
-       "YLR",
-       true,
-       true,
-       false,
-       EStart::Emitting,
-       EAction::PulseModelCw,
-       {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"},
-       {},
-       kCw},
-      {"internal to QCW",
-       "YLR",
-       false,
-       false,
-       false,
-       EStart::Emitting,
-       EAction::PulseModelQcw,
-       {"EMOFF", "DMOD", "DGM", "EPM", "ELE"},
-       {},
-       ylr::kPulseMode | ylr::kEmissionControl},
-      {"internal to CW",
-       "YLR",
-       true,
-       false,
-       false,
-       EStart::Emitting,
-       EAction::PulseModelCw,
-       {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"},
-       {},
-       kCw},
-  };
-
-  // Shared with the serving thread, which may still call the hook after a failed assertion has left this test.
-  struct TRefusals {
-    std::mutex Lock;
-    TCommands Commands;
-  };
-  auto refusals = std::make_shared<TRefusals>();
-  FEngine.SetTraceHook([refusals](const std::string& command, const std::string& reply) {
-    std::lock_guard lock(refusals->Lock);
-    if (reply.rfind("ERR", 0) == 0 || reply.rfind("BCMD", 0) == 0) refusals->Commands.push_back(command);
-  });
-  auto takeRefused = [refusals] {
-    std::lock_guard lock(refusals->Lock);
-    return std::exchange(refusals->Commands, {});
+      {"gate to QCW", cwGate, ToQcw, {"DMOD", "EGM", "DLE", "EPM", "EMON"}, {"DMOD"}, kQcwGate | ylr::kModulation},
+      {"gate to CW", qcwGate, ToCw, {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"}, {}, kCw},
+      {"internal to QCW", cw, ToQcw, {"EMOFF", "DMOD", "DGM", "EPM", "ELE"}, {}, kQcwInternal},
+      {"internal to CW", qcwInternal, ToCw, {"EMOFF", "DPM", "DGM", "DLE", "EMOD", "EMON"}, {}, kCw},
   };
   const auto refusalLogged = [&] { return FSink->Count(refhost::TRecordingSink::TextContains("IPGLaser: ERR")); };
 
-  ServeTcp("127.0.0.42");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.Name);
-    FParams.Model = c.Model;
-    FParams.CfgIPG.YLR.QCWMode = c.Qcw;
-    FParams.CfgIPG.YLR.GateMode = c.GateMode;
-    FParams.DefParams.AnalogControl = c.Analog;
-    auto& laser = MakeConnected();
-    // Each case starts from a laser with every mode off, straight on the engine (no driver involved).
-    FEngine.Feed("EMOFF\rDEC\rDMOD\rDGM\rDPM\rDLE\rDEABC\r");
-    if (c.Start == EStart::Emitting) {
-      FEngine.Log().Clear();
-      laser.EmissionOn();
-      ASSERT_TRUE(FEngine.Log().WaitFor(c.Qcw && !c.GateMode && c.Model != std::string("EO-YLR") ? "ELE" : "EMON", 5s));
-      if (!c.Qcw || c.GateMode) {
-        ASSERT_TRUE(FEngine.StatusWord() & ylr::kEmission);
-      }
-    }
-    ASSERT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == ((FEngine.StatusWord() & ylr::kEmission) != 0); }));
-    FEngine.Log().Clear();
-    takeRefused();
-    const size_t loggedBefore = refusalLogged();
-
-    switch (c.Action) {
-      case EAction::EmissionOn:
-        laser.EmissionOn();
-        break;
-      case EAction::EmissionOff:
-        laser.EmissionOff();
-        break;
-      case EAction::PulseModelQcw:
-        laser.ExecuteCmd(TIPGYLR2Laser::kCmdPulseModelQcw, 0);
-        break;
-      case EAction::PulseModelCw:
-        laser.ExecuteCmd(TIPGYLR2Laser::kCmdPulseModelCw, 0);
-        break;
-    }
-    EXPECT_EQ(CommandsUntil(c.Sent.back()), c.Sent) << "the bytes on the wire stay as they are";
-    // Two polls after the last command every refusal has been answered and recorded.
-    ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, FEngine.Log().Count("STA") + 2));
-    EXPECT_EQ(takeRefused(), c.Refused);
-    EXPECT_EQ(FEngine.StatusWord() & kModeBits, c.Final);
-    const bool emits = (c.Final & ylr::kEmission) != 0;
-    EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == emits; }));
-    EXPECT_TRUE(Eventually([&] { return laser.GetPulseModel() == ((c.Final & ylr::kPulseMode) != 0); }));
-    if (c.Refused.empty())
-      EXPECT_EQ(refusalLogged(), loggedBefore);
+  for (bool serial : {false, true}) {
+    SCOPED_TRACE(serial ? "pseudo-terminal" : "TCP");
+    if (serial)
+      ServeSerial(7);
     else
-      EXPECT_TRUE(Eventually([&] { return refusalLogged() > loggedBefore; })) << "the refusal reaches the log";
+      ServeTcp("127.0.0.42");
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.Name);
+      FParams.Model = c.Setup.Model;
+      FParams.CfgIPG.YLR.QCWMode = c.Setup.Qcw;
+      FParams.CfgIPG.YLR.GateMode = c.Setup.GateMode;
+      FParams.DefParams.AnalogControl = c.Setup.Analog;
+      auto& laser = MakeConnected();
+      // Each case starts from a laser with every mode off, straight on the engine (no driver involved).
+      FEngine.Feed("EMOFF\rDEC\rDMOD\rDGM\rDPM\rDLE\rDEABC\r");
+      if (c.Action != On) {
+        FEngine.Log().Clear();
+        laser.EmissionOn();
+        const bool signalled = c.Setup.Qcw && !c.Setup.GateMode && c.Setup.Model != std::string("EO-YLR");
+        ASSERT_TRUE(FEngine.Log().WaitFor(signalled ? "ELE" : "EMON", 5s));
+        ASSERT_TRUE(signalled || (FEngine.StatusWord() & ylr::kEmission));
+      }
+      ASSERT_TRUE(
+          Eventually([&] { return laser.GetIsEmissionOn() == ((FEngine.StatusWord() & ylr::kEmission) != 0); }));
+      FEngine.Log().Clear();
+      TakeTrace();
+      const size_t loggedBefore = refusalLogged();
+
+      if (c.Action == Off)
+        laser.EmissionOff();
+      else if (c.Action == ToQcw || c.Action == ToCw)
+        laser.ExecuteCmd(c.Action == ToQcw ? TIPGYLR2Laser::kCmdPulseModelQcw : TIPGYLR2Laser::kCmdPulseModelCw, 0);
+      else
+        laser.EmissionOn();
+      EXPECT_EQ(CommandsUntil(c.Sent.back()), c.Sent) << "the bytes on the wire stay as they are";
+      // Two polls after the last command every refusal has been answered and recorded.
+      ASSERT_TRUE(FEngine.Log().WaitFor("STA", 5s, FEngine.Log().Count("STA") + 2));
+      TCommands refused;
+      for (const auto& t : TakeTrace())
+        if (t.Reply.rfind("ERR", 0) == 0 || t.Reply.rfind("BCMD", 0) == 0) refused.push_back(t.Command);
+      EXPECT_EQ(refused, c.Refused);
+      EXPECT_EQ(FEngine.StatusWord() & kModeBits, c.Final);
+      EXPECT_TRUE(Eventually([&] { return laser.GetIsEmissionOn() == ((c.Final & ylr::kEmission) != 0); }));
+      EXPECT_TRUE(Eventually([&] { return laser.GetPulseModel() == ((c.Final & ylr::kPulseMode) != 0); }));
+      if (c.Refused.empty())
+        EXPECT_EQ(refusalLogged(), loggedBefore);
+      else
+        EXPECT_TRUE(Eventually([&] { return refusalLogged() > loggedBefore; })) << "the refusal reaches the log";
+    }
   }
-  FEngine.SetTraceHook({});
-  FParams.DefParams.AnalogControl = false;
 }
 
 TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
@@ -455,15 +279,15 @@ TEST_F(IpgYlrLaserSimTest, RemoteStartAndPowerControlPulsesHaveTheirLengths) {
   ASSERT_TRUE(FIO->WaitForWrite([](const TIOWrite& w) { return w.Port == kStart && w.Value == 0.0; }, 10s));
   EXPECT_TRUE(Eventually([&] { return !laser.PowerOnThreadActive() && !laser.RemoteStartThreadActive(); }));
 
-  auto start = PulseLength(kStart);
-  auto power = PulseLength(kPower);
+  const auto [start, startWrites] = Pulse(kStart);
+  const auto [power, powerWrites] = Pulse(kPower);
   ASSERT_TRUE(start && power);
   // Never shorter; later only by the machine's load. The bound only catches a pulse not ended by its own timer.
   EXPECT_GE(*start, 3000ms);
   EXPECT_LT(*start, 3000ms + 1000ms);
   EXPECT_GE(*power, 1200ms);
   EXPECT_LT(*power, 1200ms + 1000ms);
-  EXPECT_EQ(OutputWrites(kPower).size(), 3u);      // on, on again (second request), off
+  EXPECT_EQ(powerWrites, 3u);                      // on, on again (second request), off
   EXPECT_TRUE(FIO->State().Outputs.test(kKeyOn));  // held for the laser's lifetime
 
   // After the pulse: internal control with emission on, the aiming beam, then the default current.
@@ -490,15 +314,6 @@ TEST_F(IpgYlrLaserSimTest, DestroyingTheLaserDuringAPulseEndsThePulseAndLeavesNo
   EXPECT_FALSE(FIO->State().Outputs.test(kStart));
   EXPECT_FALSE(FIO->State().Outputs.test(kPower));
   EXPECT_EQ(ThreadCount(), before);
-}
-
-TEST_F(IpgYlrLaserSimTest, NamedResetThroughTheHostInterfaceClearsTheLaserErrors) {
-  ServeTcp("127.0.0.49");
-  auto& laser = MakeConnected();
-  FEngine.Log().Clear();
-  nchost::INcLaser30& host = laser;
-  host.ExecCmd("ResetErrors", 0);
-  EXPECT_TRUE(FEngine.Log().WaitFor("RERR", 5s));
 }
 
 TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
@@ -531,6 +346,9 @@ TEST_F(IpgYlrLaserSimTest, SurvivesTheLaserGoingAwayAndComingBack) {
   laser.SetAimingOn(true);
   EXPECT_TRUE(FEngine.Log().WaitFor("ABN", 5s));
   EXPECT_TRUE(Eventually([&] { return laser.GetIsAimingOn(); }));
+  // The named reset of the host's device interface reaches the laser.
+  static_cast<nchost::INcLaser30&>(laser).ExecCmd("ResetErrors", 0);
+  EXPECT_TRUE(FEngine.Log().WaitFor("RERR", 5s));
   EXPECT_EQ(Shown(SLaserConnectedFail.Text()), 1u);
   // The operator learns that the link is back: once per reconnection, here after the peer closed the connection
   // long before any keep-alive ping could time out.
@@ -564,6 +382,130 @@ TEST_F(IpgYlrLaserSimTest, StateQueriesAndAlarmsNeverWaitForTheLink) {
   });
   EXPECT_LT(took, 900ms);  // 20 rounds, while the link is held for a second: one wait for it would exceed this
   EXPECT_EQ(busy.get(), "YLRYLR-2019");
+}
+
+// ---- how exchanges end ------------------------------------------------------------------------------------------
+
+TEST_F(IpgYlrLaserSimTest, AcknowledgedSetsReportTheEchoAndAnUnconfirmedOneKeepsItsRepeats) {
+  ServeTcp("127.0.0.61");
+  auto& laser = MakeConnected();
+  for (double percent : {40.0, 55.0, 12.0, 100.0}) {
+    laser.SetDiodeCurrent(percent);
+    // Confirmed before the call returned: no wait for a later poll.
+    EXPECT_DOUBLE_EQ(laser.Driver()->GetDiodeCurrent(), percent);
+    EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), percent);
+  }
+  EXPECT_EQ(FEngine.Log().Count("SDC 40"), 1u);
+
+  // The laser takes whole percents, so 40.5 is never confirmed: "SDC 41" is repeated, one full reply window and
+  // pause apart, until the set's time-out, then the operator is told.
+  TakeTrace();
+  const auto start = Clock::now();
+  laser.SetDiodeCurrent(40.5);
+  EXPECT_GE(Clock::now() - start, 300ms);
+  EXPECT_EQ(Shown(Format(SSetDiodeParamsFaild.Text(), 41.0, 40.5)), 1u);
+  std::vector<Clock::time_point> sent;
+  for (const auto& t : TakeTrace())
+    if (t.Command == "SDC 41") sent.push_back(t.At);
+  // 300 ms hold the repeats sent at 0, 125 and 250 ms; a loaded machine can only stretch the pace.
+  EXPECT_GE(sent.size(), 2u);
+  EXPECT_LE(sent.size(), 3u);
+  for (size_t i = 1; i < sent.size(); ++i) EXPECT_GE(sent[i] - sent[i - 1], 120ms) << i;
+  EXPECT_DOUBLE_EQ(laser.Driver()->GetDiodeCurrent(), 41.0);
+
+  // Without diode replies: sent five times, unacknowledged.
+  FParams.CfgIPG.YLR.IgnoreDiodeReply = true;
+  auto& trusting = MakeConnected();
+  FEngine.Log().Clear();
+  trusting.SetDiodeCurrent(55);
+  EXPECT_THAT(CommandsUntil("SDC 55", 5), ElementsAreArray(TCommands(5, "SDC 55")));
+  EXPECT_DOUBLE_EQ(FEngine.DiodeCurrent(), 55.0);
+
+  // Without a link the set fails at once instead of trying for its whole time-out.
+  FParams.CfgIPG.YLR.IgnoreDiodeReply = false;
+  FParams.DefParams.DiodeSetTimeOut = 5000;
+  auto& unlinked = MakeConnected();
+  FServer.Stop();
+  ASSERT_TRUE(Eventually([&] { return !unlinked.Driver()->CheckConnection(); }));
+  EXPECT_LT(Timed([&] { unlinked.SetDiodeCurrent(70); }), 2500ms);
+  EXPECT_EQ(Shown(Format(SSetDiodeParamsFaild.Text(), 30.0, 70.0)), 1u);
+}
+
+TEST_F(IpgYlrLaserSimTest, SerialNumberIsReadOnceAndEveryReaderTakesItsOwnLine) {
+  ServeTcp("127.0.0.62");
+  // Unrequested status lines arrive between the replies, as late answers to the monitor's polls would.
+  FServer.SetLinkShape({.StrayStatusAfter = 2ms});
+  FEngine.SetModuleErrorCode(7);
+  FEngine.SetTemperature(31.5);
+  auto& laser = MakeConnected();
+  EXPECT_TRUE(Eventually([&] { return laser.GetDeviceDesc() == "YLRYLR-2019 SN: 12345"; }));
+  for (int i = 0; i < 10; ++i) laser.GetDeviceDesc();
+  EXPECT_EQ(FEngine.Log().Count("RSN"), 1u);
+
+  auto& driver = *laser.Driver();
+  for (int round = 0; round < 5; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(driver.GetSerialNumber(), "12345");
+    EXPECT_EQ(driver.GetSoftwareRevision(), "1.2.3");
+    EXPECT_EQ(driver.GetOutputPower(), "Off");
+    EXPECT_DOUBLE_EQ(driver.GetElapsedTime(), 123.4);
+    EXPECT_DOUBLE_EQ(driver.GetFilterWndSz(), 1.0);
+    EXPECT_DOUBLE_EQ(driver.GetLaserTemperature(), 31.5);
+    EXPECT_DOUBLE_EQ(driver.GetMinimumCurrent(), 10.0);
+    EXPECT_EQ(driver.GetModuleErrorCode(), 7);
+  }
+
+  // A new connection reads the number again; until then the description has none.
+  FEngine.SetSerialNumber("67890");
+  FServer.Stop();
+  ASSERT_TRUE(Eventually([&] { return laser.GetDeviceDesc() == "YLRYLR-2019"; }));
+  ASSERT_TRUE(FServer.Start("127.0.0.62")) << FServer.LastError();
+  EXPECT_TRUE(Eventually([&] { return laser.GetDeviceDesc() == "YLRYLR-2019 SN: 67890"; }, 10s));
+}
+
+// The same requests, whatever the link does to the replies, leave the same cached state behind.
+TEST_F(IpgYlrLaserSimTest, CachedStateIsTheSameHoweverTheRepliesTravel) {
+  struct TState {
+    uint32_t Status = 0;
+    double Current = 0;
+    std::map<int32_t, bool> Alarms;
+    bool Emission = false;
+    bool operator==(const TState&) const = default;
+  };
+  const std::vector<std::pair<const char*, TLinkShape>> links = {
+      {"prompt", {}},
+      {"1-byte pieces", {.PieceBytes = 1, .PieceGap = 1ms}},
+      {"900 ms late", {.ReplyDelay = 900ms}},
+      {"stray status lines", {.StrayStatusAfter = 3ms}},
+  };
+  FParams.DefParams.DiodeSetTimeOut = 3000;  // long enough for the late laser to confirm
+  ServeTcp("127.0.0.63");
+  std::optional<TState> prompt;
+  for (const auto& [name, shape] : links) {
+    SCOPED_TRACE(name);
+    FServer.SetLinkShape({});
+    FEngine.Feed("EMOFF\rDMOD\rRERR\r");
+    FServer.SetLinkShape(shape);
+    auto& laser = MakeConnected();
+    laser.EmissionOn();
+    laser.SetDiodeCurrent(45);
+    FEngine.RaiseAlarms(ylr::kAveragePowerTooHigh | ylr::kHighDutyCycle);  // warnings: emission goes on
+    auto& driver = *laser.Driver();
+    ASSERT_TRUE(Eventually([&] { return driver.GetDeviceStatus() == FEngine.StatusWord(); }, 10s));
+    ASSERT_TRUE(Eventually([&] { return driver.GetDiodeCurrent() == 45.0; }, 10s));
+    TRecordingReport report;
+    laser.UpdateAlarms(report);
+    const TState state{driver.GetDeviceStatus(), laser.GetDiodeCurrent(), report.Raised, laser.GetIsEmissionOn()};
+    if (prompt) {
+      EXPECT_EQ(state, *prompt);
+      continue;
+    }
+    prompt = state;
+    EXPECT_EQ(state.Status, ylr::kEmission | ylr::kModulation | ylr::kAveragePowerTooHigh | ylr::kHighDutyCycle);
+    // Status bit b is alarm b + 2.
+    EXPECT_TRUE(report.Raised[25] && report.Raised[33]);
+    EXPECT_FALSE(report.Raised[3]);
+  }
 }
 
 }  // namespace

@@ -14,10 +14,12 @@
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <thread>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "core/NcLaser.h"
@@ -118,24 +120,14 @@ size_t SettledThreadCount() {
 size_t OpenDescriptors() { return CountEntries("/proc/self/fd"); }
 
 // The bus identity under which the factory builds an EtherCAT laser; other registrations need no bus at all.
-bool BusIdentity(const TRegistration& c, uint32_t& word1, uint32_t& word2) {
-  if (c.Type == eltIPG && c.SubType == 9) {
-    word1 = 0xE0000044;
-    word2 = 3;
-    return true;
-  }
-  if (c.Type == eltMaxSZ && c.SubType == 3) {
-    word1 = 1638;
-    word2 = 0;
-    return true;
-  }
-  return false;
+std::optional<std::pair<uint32_t, uint32_t>> BusIdentity(const TRegistration& c) {
+  if (c.Type == eltIPG && c.SubType == 9) return std::pair{0xE0000044u, 3u};
+  if (c.Type == eltMaxSZ && c.SubType == 3) return std::pair{1638u, 0u};
+  return std::nullopt;
 }
 
-struct TRecordingTable : nchost::INcAlarmTable20 {
+struct TAlarmSink : nchost::INcAlarmTable20, nchost::INcAlarmReport20 {
   void RegisterAlarm(int32_t, const nchost::TNcAlarmDef&) override {}
-};
-struct TRecordingReport : nchost::INcAlarmReport20 {
   void ReportAlarm(int32_t, bool) override {}
 };
 
@@ -151,7 +143,7 @@ std::vector<int32_t> CommandNumbers() {
   return numbers;
 }
 
-class LaserConformance : public ::testing::TestWithParam<TRegistration> {
+class LaserConformance : public testing::TLaserHostFixture, public ::testing::WithParamInterface<TRegistration> {
  protected:
   // No single host call may take longer than the longest wait a class has: a reply window of 1 s or the diode-set
   // time-out below, with room for a loaded machine.
@@ -160,12 +152,11 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
   void SetUp() override {
     const auto& c = GetParam();
     ResetMessages();
-    SetHost(&FApp);
+    TLaserHostFixture::SetUp();
     FApp.SetTransports(FCensus);
     FApp.SetEcatSystem(FEcat);
-    uint32_t word1 = 0, word2 = 0;
-    const bool onTheBus = BusIdentity(c, word1, word2);
-    FEcat->SetLaserSlave(onTheBus, word1, word2);
+    const auto bus = BusIdentity(c);
+    FEcat->SetLaserSlave(bus.has_value(), bus ? bus->first : 0, bus ? bus->second : 0);
     ASSERT_TRUE(LoadLaserLibrary(&FApp));
     FParams.Initialize();
     FParams.Model = c.ClassName;
@@ -187,7 +178,7 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
   void TearDown() override {
     UnloadLaserLibrary();
     if (FSim) FSim->Stop();
-    SetHost(nullptr);
+    TLaserHostFixture::TearDown();
   }
 
   // Creates the case's laser through the factory and checks that the registration's class was built.
@@ -210,42 +201,23 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
     }
   }
 
-  static bool Eventually(const std::function<bool()>& holds, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = Clock::now() + timeout;
-    while (!holds()) {
-      if (Clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(2ms);
-    }
-    return true;
-  }
-
   // Every operation of the host's interface, the queries first so that they see the state the caller set up.
   using TCall = std::function<void(nchost::INcLaser30&)>;
   std::vector<std::pair<std::string, TCall>> Operations(bool hostileValues) {
     std::vector<std::pair<std::string, TCall>> ops = {
         {"GetDeviceDesc", [](auto& l) { l.GetDeviceDesc(); }},
-        {"GetIsBusy", [](auto& l) { l.GetIsBusy(); }},
-        {"GetAlarmIDPrefix", [](auto& l) { l.GetAlarmIDPrefix(); }},
-        {"GetAlarmDesc", [](auto& l) { l.GetAlarmDesc(1), l.GetAlarmDesc(511), l.GetAlarmDesc(-7); }},
-        {"RegisterAlarms",
+        // The state queries answer from what the laser holds: one time limit for them all.
+        {"state queries",
          [](auto& l) {
-           TRecordingTable t;
-           l.RegisterAlarms(t);
+           l.GetIsBusy(), l.GetAlarmIDPrefix(), l.GetDiodeCurrent(), l.GetLaserMode(), l.GetIsAimingOn();
+           l.GetIsEmissionOn(), l.GetIsLaserOn(), l.GetIsCmdLaserOn(), l.GetPwmFreq(), l.GetPwmRatio();
+           l.GetLaserRtData(0), l.GetLaserRtData(-1), l.GetLaserRtData(99);
          }},
-        {"UpdateAlarms",
-         [](auto& l) {
-           TRecordingReport r;
-           l.UpdateAlarms(r);
+        {"alarms",
+         [this](auto& l) {
+           l.GetAlarmDesc(1), l.GetAlarmDesc(511), l.GetAlarmDesc(-7);
+           l.RegisterAlarms(FAlarms), l.UpdateAlarms(FAlarms);
          }},
-        {"GetDiodeCurrent", [](auto& l) { l.GetDiodeCurrent(); }},
-        {"GetLaserMode", [](auto& l) { l.GetLaserMode(); }},
-        {"GetIsAimingOn", [](auto& l) { l.GetIsAimingOn(); }},
-        {"GetIsEmissionOn", [](auto& l) { l.GetIsEmissionOn(); }},
-        {"GetIsLaserOn", [](auto& l) { l.GetIsLaserOn(); }},
-        {"GetIsCmdLaserOn", [](auto& l) { l.GetIsCmdLaserOn(); }},
-        {"GetPwmFreq", [](auto& l) { l.GetPwmFreq(); }},
-        {"GetPwmRatio", [](auto& l) { l.GetPwmRatio(); }},
-        {"GetLaserRtData", [](auto& l) { l.GetLaserRtData(0), l.GetLaserRtData(-1), l.GetLaserRtData(99); }},
         {"ResetAlarm", [](auto& l) { l.ResetAlarm(511), l.ResetAlarm(1), l.ResetAlarm(-1); }},
         {"ExecCmd", [](auto& l) { l.ExecCmd("ResetErrors", 0), l.ExecCmd("", 0), l.ExecCmd("NoSuchCommand", kNaN); }},
         {"ExecuteDebugCmd", [](auto& l) { l.ExecuteDebugCmd(0, 0), l.ExecuteDebugCmd(-1, kNaN); }},
@@ -294,16 +266,13 @@ class LaserConformance : public ::testing::TestWithParam<TRegistration> {
     return {FCensus->Counts().BytesWritten, FIO->Writes().size(), FSim ? FSim->Received() : 0};
   }
 
-  std::shared_ptr<refhost::TRecordingSink> FSink = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp FApp{FSink};
-  std::shared_ptr<refhost::TSimCtrlExtIO> FIO = std::make_shared<refhost::TSimCtrlExtIO>();
+  TAlarmSink FAlarms;
   std::shared_ptr<refhost::TSimEcatSystem> FEcat = std::make_shared<refhost::TSimEcatSystem>();
   std::shared_ptr<refhost::TSerialPortMap> FSerialPorts = std::make_shared<refhost::TSerialPortMap>();
   std::shared_ptr<testsupport::TPortCensus> FCensus =
       std::make_shared<testsupport::TPortCensus>(std::make_shared<refhost::TPosixTransports>(
           refhost::TTransportLog{}, FSerialPorts, refhost::TReachabilityProbe::TcpConnect));
   std::unique_ptr<testsupport::TLinkSimulator> FSim;
-  TLaserParams FParams;
 };
 
 TEST_P(LaserConformance, EveryOperationInEveryStateReturnsWithoutThrowing) {

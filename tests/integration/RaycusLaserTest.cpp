@@ -200,18 +200,10 @@ TEST_F(RaycusLaserSimTest, ALineThatVanishesIsReopenedWhenItComesBack) {
   laser.EmissionOn();
   ASSERT_TRUE(FEngine.WaitFor(kEmissionOn, 10s));
   EXPECT_TRUE(FEngine.State().EmissionOn);
-}
 
-TEST_F(RaycusLaserSimTest, ADestroyedLaserSwitchesEmissionOffAndThenLeavesTheLineAlone) {
-  Serve();
-  FromParams().EmissionOn();
-  ASSERT_TRUE(FEngine.WaitFor(kEmissionOn, 5s));
+  // Destroyed while emitting: emission is switched off on the way out, after what was still queued.
   FLaser.reset();
-  ASSERT_TRUE(FEngine.WaitFor(kEmissionOff, 1s));
-  const size_t received = FEngine.Log().size();
-  std::this_thread::sleep_for(200ms);
-  EXPECT_EQ(FEngine.Log().size(), received);
-  EXPECT_FALSE(FEngine.State().EmissionOn);
+  EXPECT_TRUE(Eventually([&] { return !FEngine.State().EmissionOn; }, 2s));
 }
 
 // The simulator as a program, killed outright and started again on the same link path.

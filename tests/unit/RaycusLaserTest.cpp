@@ -1,5 +1,6 @@
 // The Raycus serial laser over an in-memory serial line: the ESC bytes of every operation, the repeated diode
-// current, the outputs switched with emission, the laser's answers, and a silent line once the laser is gone.
+// current, the outputs switched with emission, the laser's answers, and a silent line once the laser is gone. The
+// pulse settings sent on laser-on are shown against the simulator (RaycusLaserSimTest).
 #include "raycus/RaycusLaser.h"
 
 #include <gmock/gmock.h>
@@ -9,12 +10,14 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "core/LaserLifetime.h"
 #include "frame/LaserComm.h"
 #include "frame/LaserStrs.h"
 #include "raycus/RaycusEsc.h"
+#include "sim/raycus/RaycusEscEngine.h"
 #include "support/FakeSerialPort.h"
 #include "support/LaserHostFixture.h"
 
@@ -33,9 +36,8 @@ const std::string kEmissionOff = Bytes("1B 53 0D");
 std::string Diode(uint8_t p) { return std::string{'\x1B', 'C', 'P', static_cast<char>(p), '\x0D'}; }
 
 TEST(RaycusEscTest, CommandBytes) {
-  EXPECT_EQ(Hex(Diode(0x26)), "1B 43 50 26 0D");
   const auto diode = raycus::DiodeCurrentCmd(0x26);
-  EXPECT_EQ(std::string(diode.begin(), diode.end()), Diode(0x26));
+  EXPECT_EQ(Hex(std::string(diode.begin(), diode.end())), "1B 43 50 26 0D");
   struct {
     int32_t Freq, Ratio, Power;
     const char* Bytes;
@@ -101,24 +103,6 @@ TEST_F(RaycusLaserTest, StartsItsThreadOnTheConfiguredPortAndSendsTheStartingCur
   EXPECT_EQ(Peer().PortNumber(), 2);
   EXPECT_EQ(Peer().Settings(), "9600,n,8,1");
   EXPECT_EQ(Peer().Writes(), std::vector<std::string>(5, Diode(20)));
-  EXPECT_EQ(FLaser->SerialThread()->Options().Name, "Raycus");
-}
-
-TEST_F(RaycusLaserTest, DiodeCurrentIsRoundedHalvesToEvenAndSentFiveTimes) {
-  auto& laser = Make();
-  struct {
-    double Value;
-    uint8_t Byte;
-  } const cases[] = {{37.5, 0x26}, {36.5, 0x24}, {60.0, 60}, {99.6, 100}};
-  size_t sent = 5;
-  for (const auto& c : cases) {
-    EXPECT_TRUE(laser.SetDiodeCustom(c.Value));
-    sent += 5;
-    ASSERT_TRUE(Peer().WaitForWrites(sent)) << c.Value;
-    EXPECT_EQ(Peer().Writes().back(), Diode(c.Byte)) << c.Value;
-  }
-  std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(Peer().WriteCount(), sent);
 }
 
 TEST_F(RaycusLaserTest, SetDiodeCurrentFromTheHostGoesToTheLaserNotTheDAOutput) {
@@ -132,25 +116,23 @@ TEST_F(RaycusLaserTest, SetDiodeCurrentFromTheHostGoesToTheLaserNotTheDAOutput) 
   EXPECT_DOUBLE_EQ(laser.GetDiodeCurrent(), 60.0);
 }
 
-TEST_F(RaycusLaserTest, EmissionSwitchesTheStartOutputAroundTheSerialCommand) {
-  FParams.CfgRay.UseRemoteCtrl = true;
+TEST_F(RaycusLaserTest, EmissionSwitchesTheStartOutputAroundTheSerialCommandUnderRemoteControlOnly) {
   FParams.CfgRay.RayStartPort = 9;
-  auto& laser = Make();
-  laser.EmissionOn();
-  EXPECT_TRUE(laser.GetIsEmissionOn());
-  laser.EmissionOff();
-  EXPECT_FALSE(laser.GetIsEmissionOn());
-  ASSERT_TRUE(Peer().WaitForWrites(7));
-  EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn, kEmissionOff));
-  EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 9, True", "SetOutputbit: 9, False"));
-}
-
-TEST_F(RaycusLaserTest, WithoutRemoteControlTheStartPortIsLeftAlone) {
-  FParams.CfgRay.RayStartPort = 9;
-  auto& laser = Make();
-  laser.EmissionOn();
-  laser.EmissionOff();
-  EXPECT_THAT(WritesOf(TIOOp::SetOutputbit), IsEmpty());
+  for (bool remote : {true, false}) {
+    FParams.CfgRay.UseRemoteCtrl = remote;
+    FFactory->Peer = std::make_shared<testsupport::TFakeSerialPeer>();
+    auto& laser = Make();
+    laser.EmissionOn();
+    EXPECT_TRUE(laser.GetIsEmissionOn());
+    laser.EmissionOff();
+    EXPECT_FALSE(laser.GetIsEmissionOn());
+    ASSERT_TRUE(Peer().WaitForWrites(7));
+    EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn, kEmissionOff));
+    if (remote)
+      EXPECT_THAT(WriteLines(), ElementsAre("SetOutputbit: 9, True", "SetOutputbit: 9, False"));
+    else
+      EXPECT_THAT(WritesOf(TIOOp::SetOutputbit), IsEmpty());
+  }
 }
 
 TEST_F(RaycusLaserTest, AGateOutputMakesItHardWiredAndIsWhatEmissionReads) {
@@ -204,25 +186,7 @@ TEST_F(RaycusLaserTest, PowerOnAlsoSwitchesEmissionOn) {
   EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn));
 }
 
-TEST_F(RaycusLaserTest, LaserOnSendsThePulseSettingsOnlyOnTheQcwSubType) {
-  FParams.CfgRay.QCW = {5000, 10, 100};
-  for (int subType : {1, 2}) {
-    FParams.LaserSubType = subType;
-    FLaser.reset();
-    FFactory->Peer = std::make_shared<testsupport::TFakeSerialPeer>();
-    auto& laser = Make();
-    laser.LaserOn();
-    laser.EmissionOn();  // a marker: whatever LaserOn queued goes out before it
-    ASSERT_TRUE(Peer().WaitForWrites(subType == 2 ? 7 : 6));
-    if (subType == 2)
-      EXPECT_THAT(LineWrites(), ElementsAre(Bytes("1B 46 13 88 44 0A 50 64 0D"), kEmissionOn));
-    else
-      EXPECT_THAT(LineWrites(), ElementsAre(kEmissionOn));
-    EXPECT_EQ(laser.GetIsRaycusQCW(), subType == 2);
-  }
-}
-
-TEST_F(RaycusLaserTest, AnswersOfTheLaser) {
+TEST_F(RaycusLaserTest, AnswersOfTheLaserAreLoggedAsTextUnlessIgnored) {
   FParams.DefParams.Comm.IgnoreCommResult = false;
   Peer().Send("TS\r");
   Peer().Send("TS\r");
@@ -240,10 +204,12 @@ TEST_F(RaycusLaserTest, AnswersOfTheLaser) {
       FSink->Contains("\x1B"
                       "A"));
   EXPECT_EQ(FSink->Count(refhost::TRecordingSink::TextContains("Exception")), 1u);
-}
 
-TEST_F(RaycusLaserTest, IgnoringTheAnswersLogsNoTextButStillSeesTheConnection) {
+  // Ignoring the answers: no text and no text fault, but the connection is still seen.
+  FLaser.reset();
+  FSink->Clear();
   FParams.DefParams.Comm.IgnoreCommResult = true;
+  FFactory->Peer = std::make_shared<testsupport::TFakeSerialPeer>();
   Peer().Send("TS\r");
   Peer().Send("\xFF");
   Make();
@@ -262,18 +228,6 @@ TEST_F(RaycusLaserTest, DebugModeDumpsTrafficInHex) {
   EXPECT_TRUE(FSink->Contains("Raycus thread started!"));
 }
 
-TEST_F(RaycusLaserTest, ADestroyedLaserSwitchesEmissionOffOnTheLineAndThenSendsNothing) {
-  auto& laser = Make();
-  laser.EmissionOn();
-  ASSERT_TRUE(Peer().WaitForWrites(6));
-  FLaser.reset();
-  EXPECT_FALSE(Peer().IsOpen());
-  const auto writes = Peer().Writes();
-  EXPECT_EQ(writes.back(), kEmissionOff);
-  std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(Peer().WriteCount(), writes.size());
-}
-
 TEST_F(RaycusLaserTest, ALaserShutDownWhileTheHostStillHoldsItPutsNothingOnTheLine) {
   auto& laser = Make();
   laser.Shutdown();
@@ -289,3 +243,79 @@ TEST_F(RaycusLaserTest, ALaserShutDownWhileTheHostStillHoldsItPutsNothingOnTheLi
 
 }  // namespace
 }  // namespace devlaser
+
+namespace lasersim {
+namespace {
+
+// The Raycus simulator's engine on byte strings: framing by fixed lengths, resynchronising after junk, and the
+// answers of each reply mode.
+using ::testing::ElementsAre;
+using testsupport::Bytes;
+using testsupport::Hex;
+using TMode = TRaycusEscEngine::TReplyMode;
+
+std::vector<std::string> HexCommands(const TRaycusEscEngine& engine) {
+  std::vector<std::string> out;
+  for (const auto& c : engine.Commands()) out.push_back(Hex(c));
+  return out;
+}
+
+TEST(RaycusSimEngineTest, FramesByLengthSoThatParameterBytesMayBeCrOrEsc) {
+  TRaycusEscEngine engine;
+  // A current of 13 % is a CR, a pulse power of 27 % an ESC; the pulse settings arrive in two pieces.
+  const std::string bytes = Bytes("1B 43 50 0D 0D 1B 46 00 0D 44 0D 50 1B 0D 1B 4F 0D");
+  EXPECT_EQ(engine.Feed(bytes.substr(0, 9)), "TS\r");
+  EXPECT_EQ(engine.Feed(bytes.substr(9)), "TS\rTS\r");
+  EXPECT_THAT(HexCommands(engine), ElementsAre("1B 43 50 0D 0D", "1B 46 00 0D 44 0D 50 1B 0D", "1B 4F 0D"));
+  const auto state = engine.State();
+  EXPECT_EQ(std::tuple(state.DiodeCurrent, state.PulseFreq, state.PulseRatio, state.PulsePower, state.EmissionOn),
+            std::tuple(13, 13, 13, 27, true));
+  EXPECT_EQ(engine.Received(), 3u);
+}
+
+TEST(RaycusSimEngineTest, SkipsJunkUpToTheNextEsc) {
+  TRaycusEscEngine engine;
+  // Leading noise, an unknown letter, a diode command without its CR, then a good emission-off.
+  engine.Feed(Bytes("41 42 1B 5A 0D 1B 43 50 20 41 1B 53 0D"));
+  EXPECT_THAT(HexCommands(engine), ElementsAre("1B 53 0D"));
+  std::vector<std::string> junk;
+  for (const auto& e : engine.Log())
+    if (e.Junk) junk.push_back(Hex(e.Bytes));
+  EXPECT_THAT(junk, ElementsAre("41 42", "1B 5A 0D", "1B 43 50 20 41"));
+  EXPECT_EQ(engine.State().DiodeCurrent, 0);
+}
+
+TEST(RaycusSimEngineTest, ReplyModes) {
+  const std::string two = Bytes("1B 4F 0D 1B 53 0D");
+  struct {
+    TMode Mode;
+    std::string First, Second;
+    bool Executes;
+  } const cases[] = {
+      {TMode::AlwaysTS, "TS\rTS\r", "TS\rTS\r", true},
+      {TMode::FirstTS, "TS\r", "", true},
+      {TMode::NeverTS, "", "", true},
+      {TMode::Error, "TE7\rTE7\r", "TE7\rTE7\r", true},
+      {TMode::Silent, "", "", false},
+  };
+  for (const auto& c : cases) {
+    TRaycusEscEngine engine;
+    engine.SetReplyMode(c.Mode);
+    engine.SetErrorCode(7);
+    engine.Feed(Bytes("1B 43 50 21 0D"));  // executed in every mode but silent
+    engine.ResetInput();                   // a new line: FirstTS answers again
+    EXPECT_EQ(engine.Feed(two), c.First) << ReplyModeName(c.Mode);
+    EXPECT_EQ(engine.Feed(two), c.Second) << ReplyModeName(c.Mode);
+    EXPECT_EQ(engine.State().DiodeCurrent, c.Executes ? 0x21 : 0) << ReplyModeName(c.Mode);
+    EXPECT_EQ(engine.Commands().size(), 5u) << ReplyModeName(c.Mode);
+  }
+  TRaycusEscEngine garbage;
+  garbage.SetReplyMode(TMode::Garbage);
+  const std::string answer = garbage.Feed(Bytes("1B 4F 0D"));
+  ASSERT_FALSE(answer.empty());
+  EXPECT_NE(answer[0], '\x1B');
+  EXPECT_TRUE(static_cast<unsigned char>(answer[0]) >= 0x80);
+}
+
+}  // namespace
+}  // namespace lasersim

@@ -116,10 +116,4 @@ TEST_F(RefAppTest, ThreadNamesAreCutToWhatTheSystemHoldsWithoutSplittingACharact
   EXPECT_EQ(nameAfter("ab激光器激光器"), "ab激光器激");  // 14 bytes: the 5th character would end at byte 17
 }
 
-// Without a transport factory the laser gets no client and the log says why, instead of a crash on first use.
-TEST_F(RefAppTest, WithoutTransportsClientsAreMissingAndLogged) {
-  EXPECT_EQ(FApp.CreateTcpClient(), nullptr);
-  EXPECT_TRUE(FRecorder->Contains("no TCP client"));
-}
-
 }  // namespace

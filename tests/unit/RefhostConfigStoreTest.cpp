@@ -1,23 +1,24 @@
-// The shape of the configuration text the reference host writes, what it accepts and where it reports problems;
-// round trips, broken files and bad keys are in LaserConfigPersistTest.
+// How the reference host's configuration store takes numbers and refuses what no double holds (round trips,
+// broken files and hand-written files are in LaserConfigPersistTest; how warnings reach the operator, in laserctl's
+// tests), and the host's JSON reader beneath it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <nlohmann/json.hpp>
-#include <pugixml.hpp>
 
 #include "frame/LaserConfig.h"
 #include "host/HostDefs.h"
 #include "refhost/ConfigStore.h"
-#include "refhost/RecordingSink.h"
-#include "refhost/RefApp.h"
+#include "refhost/JsonObject.h"
+#include "refhost/JsonParse.h"
 
 namespace {
 
 using devlaser::TLaserConfig;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using Kind = nchost::ISuperObject::TKind;
+using testing::ElementsAre;
 
 class ConfigStoreTest : public testing::Test {
  protected:
@@ -26,67 +27,6 @@ class ConfigStoreTest : public testing::Test {
   }
   std::vector<std::string> FReports;
 };
-
-TEST_F(ConfigStoreTest, DoublesOutsideJsonReadBackFromXmlAndAreReportedInJson) {
-  TLaserConfig saved;
-  saved.DA().SetMaxVoltage(-std::numeric_limits<double>::infinity());
-  std::string xml, json;
-  ASSERT_TRUE(refhost::ToXmlText(saved, xml, Report()));
-  TLaserConfig loaded;
-  ASSERT_TRUE(refhost::LoadXmlText(loaded, xml, "inf.xml", Report()));
-  EXPECT_EQ(loaded.DA().MaxVoltage(), -std::numeric_limits<double>::infinity());
-  EXPECT_THAT(FReports, IsEmpty());
-
-  ASSERT_TRUE(refhost::ToJsonText(saved, json, Report()));
-  EXPECT_THAT(FReports, testing::Contains(AllOf(HasSubstr("5: "), HasSubstr("DA.MaxVoltage"))));
-}
-
-// Sub-nodes nest in both forms; a few keys are written as attributes of their node's element in XML.
-TEST_F(ConfigStoreTest, SavedTextHasTheShapeAPersonWouldWrite) {
-  TLaserConfig root;
-  root.DA().SetDAPort(1203);
-  root.Pwm().SetDynamicPwm(true);
-  std::string jsonText, xmlText;
-  ASSERT_TRUE(refhost::ToJsonText(root, jsonText));
-  EXPECT_EQ(nlohmann::json::parse(jsonText)["DA"]["DAPort"], 1203);
-  ASSERT_TRUE(refhost::ToXmlText(root, xmlText));
-  pugi::xml_document xml;
-  ASSERT_TRUE(xml.load_string(xmlText.c_str()));
-  pugi::xml_node laser = xml.child("Laser");
-  EXPECT_STREQ(laser.child("DA").child("DAPort").text().get(), "1203");
-  EXPECT_STREQ(laser.child("PWM").attribute("DynamicPwm").value(), "true");
-}
-
-// A person writing XML pads numbers, writes booleans as they like, adds comments and puts a key in either form.
-TEST_F(ConfigStoreTest, HandWrittenXmlIsReadAsAPersonMeantIt) {
-  TLaserConfig root;
-  ASSERT_TRUE(refhost::LoadXmlText(root, R"(<?xml version="1.0"?>
-<Laser>
-  <Power> 1500.5 </Power>
-  <DebugMode>True</DebugMode>
-  <!-- the analogue power output -->
-  <PWM DynamicPwm="1"><Frequency>
-    20000</Frequency></PWM>
-</Laser>)",
-                                   "hand.xml", Report()));
-  EXPECT_THAT(FReports, IsEmpty());
-  EXPECT_EQ(root.Power(), 1500.5);
-  EXPECT_TRUE(root.DebugMode());
-  EXPECT_TRUE(root.Pwm().DynamicPwm());
-  EXPECT_EQ(root.Pwm().Frequency(), 20000);
-}
-
-TEST_F(ConfigStoreTest, ReportsReachTheHostAsLogLines) {
-  auto recorder = std::make_shared<refhost::TRecordingSink>();
-  refhost::TRefApp app(recorder);
-  TLaserConfig root;
-  EXPECT_TRUE(refhost::LoadJsonText(root, R"({"Unknown": 1, "DA": 5})", "inline.json", refhost::ReportToApp(app)));
-  auto logs = recorder->Entries(refhost::TEntryKind::Log);
-  ASSERT_EQ(logs.size(), 2u);
-  EXPECT_EQ(std::pair(logs[1].Type, logs[1].Category),
-            std::pair(int{nchost::msgtype::kWarning}, std::string("Config")));
-  EXPECT_THAT(logs[1].Text, AllOf(HasSubstr("inline.json"), HasSubstr("DA ignored: expected an object")));
-}
 
 // How numbers of each shape reach an integer key: whole numbers in range are taken however written; the rest is
 // named for what it is ("a fractional number" only when there is a fraction).
@@ -102,7 +42,6 @@ TEST_F(ConfigStoreTest, NumbersReachIntegerKeysOrAreNamedForWhatTheyAre) {
       {"-2147483648", std::numeric_limits<int32_t>::min(), ""},
       {"2147483648", 0, "CtrlPort ignored: 2147483648 is outside the 32-bit integer range"},
       {"99999999999999999999999", 0, "CtrlPort ignored: a whole number outside the 32-bit integer range"},
-      {"-1e30", 0, "CtrlPort ignored: a whole number outside the 32-bit integer range"},
       {"6.5", 0, "CtrlPort ignored: expected a whole number, found a fractional number"},
       {"[[[6]]]", 0, "CtrlPort ignored: expected a whole number, found an array"},
   };
@@ -128,6 +67,82 @@ TEST_F(ConfigStoreTest, ANumberNoDoubleHoldsRefusesTheFileWithItsPosition) {
                              ": configuration file 'huge.json' is refused, nothing was loaded: line 3, column 12: "
                              "the number 1e999 is out of range");
   EXPECT_EQ(root.CtrlPort(), 0) << "nothing of a refused file is applied";
+}
+
+// ---- the reference host's JSON object: parsing, reading, and views that write through to their document ----------
+
+std::shared_ptr<nchost::ISuperObject> Parse(const std::string& text) {
+  std::string error;
+  auto obj = refhost::ParseJson(text, error);
+  EXPECT_NE(obj, nullptr) << error;
+  return obj;
+}
+
+TEST(JsonObjectTest, ParsedDocumentsReadBackInTheirOrderAndConvertLeniently) {
+  auto doc = Parse(R"({"Cmds": [{"Name": "STA", "Len": 4}, 1.5, null], "Zeta": 1, "Alpha": "1.5e3",
+                      "big": 18446744073709551615, "huge": 1e300, "x": "abc"})");
+  EXPECT_THAT(doc->Keys(), ElementsAre("Cmds", "Zeta", "Alpha", "big", "huge", "x"));
+  EXPECT_EQ(doc->Get("Missing"), nullptr);
+  auto cmds = doc->Get("Cmds");
+  EXPECT_EQ(cmds->At(0)->Get("Len")->AsInteger(), 4);
+  EXPECT_EQ(cmds->At(2)->Kind(), Kind::Null);
+  EXPECT_EQ(cmds->At(3), nullptr);
+  EXPECT_EQ(cmds->Get("Name"), nullptr);
+  // Conversions between kinds are lenient and clamp instead of overflowing.
+  EXPECT_EQ(doc->Get("Alpha")->AsInteger(), 1500);
+  EXPECT_EQ(doc->Get("big")->AsInteger(), std::numeric_limits<int64_t>::max());
+  EXPECT_EQ(doc->Get("huge")->AsInteger(), std::numeric_limits<int64_t>::max());
+  EXPECT_EQ(doc->Get("x")->AsInteger(), 0);
+}
+
+// A view is a place in its document: writes through it land in the document, it keeps the document alive, and
+// when its member is replaced it reads what now stands there.
+TEST(JsonObjectTest, ViewsWriteThroughToTheirPlaceInTheDocument) {
+  auto doc = Parse(R"({"Laser": {"Model": "YLR"}, "Other": 1})");
+  auto laser = doc->Get("Laser");
+  laser->S("Model", "YLS");
+  laser->I("Power", 2000);
+  laser->B("Aiming", true);
+  EXPECT_EQ(doc->AsJson(), R"({"Laser":{"Model":"YLS","Power":2000,"Aiming":true},"Other":1})");
+  doc.reset();
+  EXPECT_EQ(laser->Get("Power")->AsInteger(), 2000);
+
+  auto parsed = Parse(R"({"A": {"B": {"C": 1}}})");
+  auto c = parsed->Get("A")->Get("B")->Get("C");
+  parsed->S("A", "gone");  // replaces the object that held B and C
+  EXPECT_EQ(c->Kind(), Kind::Null);
+  c->S("x", "y");                 // writing into a vanished place changes nothing
+  parsed->Get("A")->S("x", "y");  // nor does writing a member into a text
+  EXPECT_EQ(parsed->AsJson(), R"({"A":"gone"})");
+}
+
+// Documents found by feeding the readers hostile files: each is refused with where it goes wrong, in words an
+// operator can act on, and never with the parser's own exception text.
+TEST(JsonObjectTest, HostileDocumentsAreRefusedWithTheirPositionInPlainWords) {
+  const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"DefParams": {"Power": 1e999}})", "line 1, column 25: the number 1e999 is out of range"},
+      {"{\n  \"Cmds\": [1, 2,\n  ]\n}", "line 3, column 3: unexpected ']'"},
+      {R"({"DefParams": {"Power": )" + deep + "}}", "line 1, column 279: arrays and objects nest deeper than 256"},
+      {R"({"a": tru})", "line 1, column 7: 'tru' is not a JSON value"},
+      {R"({"a": 1} trailing)", "line 1, column 10: more follows the end of the JSON value: 'trailing'"},
+      {R"({"a": 0x1F})", "line 1, column 7: '0x1F' is not a number"},
+      {R"({"a": )", "the text ends inside a JSON value"},
+      {"{\"a\": \"\x01\"}", "line 1, column 8: a control character in a text must be written as an escape"},
+  };
+  for (const auto& [text, expected] : cases) {
+    refhost::TJson document;
+    std::string error;
+    EXPECT_FALSE(refhost::ParseJsonText(text, document, error, /*allowComments=*/true)) << expected;
+    EXPECT_THAT(error, HasSubstr(expected));
+    EXPECT_THAT(error, testing::Not(HasSubstr("json.exception")));
+  }
+  // Brackets in texts and comments are not nesting; the host's own documents take no comments.
+  refhost::TJson document;
+  std::string error;
+  EXPECT_EQ(refhost::ParseJson("// comment\n{}", error), nullptr);
+  const std::string brackets = "// [[[[\n{\"a\": \"" + std::string(300, '[') + "\"}";
+  EXPECT_TRUE(refhost::ParseJsonText(brackets, document, error, true)) << error;
 }
 
 }  // namespace

@@ -20,9 +20,7 @@ TEST(TransportSerialSettingsTest, ParsesAGoodTextAndNamesTheWrongFieldOfABadOne)
 
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"57600,n,8,1,1", "expected baud,parity,data bits,stop bits"},
-      {"fast,n,8,1", "baud rate \"fast\" is not a number"},
       {"12345,n,8,1", "baud rate 12345 is not a standard rate"},
-      {"57600,none,8,1", "parity \"none\" must be n, e, o, m or s"},
       {"57600,n,8,1.5", "stop bits \"1.5\" must be 1 or 2"},
   };
   for (const auto& [text, expected] : cases) {
