@@ -127,7 +127,18 @@ void TSerialCmdThread::Execute(TLaserThread& thread) {
 
 bool TSerialCmdThread::Cycle(TLaserThread& thread, TRun& run) {
   const TSerialPacing& pacing = FOptions.Pacing;
-  if (!FPort || !FPort->SetActive(true)) return thread.SleepA(pacing.ClosedMs);
+  if (!FPort || !FPort->SetActive(true)) {
+    // Commands queued for a line that was up and is lost were asked of a laser that could not hear them: carried
+    // out on reconnect, an emission-on asked minutes ago would switch the laser on by itself. They are dropped, as
+    // every other driver drops what it cannot send; the latest setting still goes out. A port that has not opened
+    // yet (the laser was just created) keeps its queue.
+    if (FLineWasUp) {
+      std::lock_guard lock(FQueueLock);
+      FQueue.clear();
+    }
+    return thread.SleepA(pacing.ClosedMs);
+  }
+  FLineWasUp = true;
 
   // Everything that has arrived is consumed before anything is sent; replies are not paired with commands.
   bool traffic = false;

@@ -2,7 +2,8 @@
 // writes the commands that callers queue, repeats the latest value of one setting a few times in place of an
 // acknowledgement the line does not have, and hands everything it receives to the maker's command set.
 //
-// One cycle: open the port if it is closed (retried every 20 ms, silently); read and hand over every chunk that
+// One cycle: open the port if it is closed (retried every 20 ms, silently; a line lost after it was up drops what is
+// queued, so that a reconnect never carries out a stale emission switch); read and hand over every chunk that
 // is waiting, 20 ms apart; write at most one command, queued ones before repeats, and pause 20 ms after it; then
 // wait 5 ms (longer on a line that has been quiet for a while), or less when a caller queues a command. Callers never
 // wait for the line: they take a short lock to append and wake the thread. Nothing in here knows a maker; the maker's
@@ -119,6 +120,7 @@ class TSerialCmdThread {
   std::unique_ptr<nchost::TCommCtrl> FPort;
   TReceiveBuffer FReceive{};
   int32_t FQuietWaitMs = 0;  // only touched by the thread
+  bool FLineWasUp = false;   // only touched by the thread: the port has been open
 
   mutable std::mutex FQueueLock;
   // Guarded by FQueueLock.

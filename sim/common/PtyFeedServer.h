@@ -5,14 +5,17 @@
 // it likes without the master seeing a hang-up. The line is raw (no echo, no CR/LF translation); whatever the
 // driver then sets on the port applies. With a link path the device is also reachable under that fixed name, so a
 // driver finds the laser again after a restart although the device name changed. Stop() is a cable pull: an open
-// port gets an error and the link disappears until the next Start().
+// port gets an error and the link disappears until the next Start(). SetReplyShape() makes the line slow or choppy
+// (ReplyQueue.h) for replies to what arrives from then on.
 #pragma once
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <utility>
 
 #include "refhost/transport/PseudoTerminal.h"
+#include "sim/common/ReplyQueue.h"
 #include "sim/common/ServiceThread.h"
 
 namespace lasersim {
@@ -40,8 +43,11 @@ class TPtyFeedServer {
   const std::string& SlavePath() const { return FTerminal.SlavePath(); }
   // What a driver should open: the link path when there is one, else the slave device; empty when not running.
   std::string PortPath() const { return FTerminal.IsOpen() ? FTerminal.PortPath() : std::string(); }
+  // Applies to replies to bytes received from now on; the default sends each reply at once and whole.
+  void SetReplyShape(const TReplyShape& shape);
 
  private:
+  TReplyShape ReplyShape() const;
   void Serve(TServiceThread& thread);
 
   const std::string FThreadName;
@@ -49,6 +55,8 @@ class TPtyFeedServer {
   const TResetInput FResetInput;
   refhost::TPseudoTerminal FTerminal;
   std::string FLastError;
+  mutable std::mutex FShapeMutex;
+  TReplyShape FShape;  // guarded by FShapeMutex
   TServiceThread FThread;
 };
 

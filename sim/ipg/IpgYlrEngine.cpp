@@ -382,6 +382,13 @@ void TIpgYlrEngine::SetLenient(bool lenient) { Store(FLenient, lenient); }
 
 bool TIpgYlrEngine::Lenient() const { return Locked(FLenient); }
 
+void TIpgYlrEngine::PowerCycle() {
+  std::lock_guard lock(FMutex);
+  FState &= ipgylr::kPowerSupplyOff | ipgylr::kKeySwitchRemote;
+  FDiodeCurrent = 0.0;
+  FInput.Reset();
+}
+
 void TIpgYlrEngine::SetReplyMode(TReplyMode mode) { Store(FReplyMode, mode); }
 
 TIpgYlrEngine::TReplyMode TIpgYlrEngine::ReplyMode() const { return Locked(FReplyMode); }

@@ -102,6 +102,9 @@ class TIpgYlrEngine {
   void SetReplyMode(TReplyMode mode);
   TReplyMode ReplyMode() const;
   void SetTraceHook(TTraceHook hook);
+  // The laser was switched off and on again: emission and the aiming beam are off, its modes back to their
+  // defaults and the diode current at 0; the supply, the key switch, the alarms and the identity stay.
+  void PowerCycle();
 
   // Set points as the laser holds them.
   double DiodeCurrent() const;

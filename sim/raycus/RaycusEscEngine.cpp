@@ -139,6 +139,13 @@ void TRaycusEscEngine::ResetInput() {
   FAnswered = false;
 }
 
+void TRaycusEscEngine::PowerCycle() {
+  std::lock_guard lock(FMutex);
+  FState = {};
+  FAnswered = false;
+  FPending.clear();
+}
+
 void TRaycusEscEngine::SetReplyMode(TReplyMode mode) {
   std::lock_guard lock(FMutex);
   FMode = mode;

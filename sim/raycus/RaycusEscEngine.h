@@ -55,6 +55,8 @@ class TRaycusEscEngine {
 
   void SetReplyMode(TReplyMode mode);
   void SetErrorCode(int code);
+  // The laser was switched off and on again: emission off, every setting 0, and FirstTS answers again.
+  void PowerCycle();
   void SetTraceHook(TTraceHook hook);
 
   TState State() const;

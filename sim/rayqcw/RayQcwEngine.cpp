@@ -187,6 +187,14 @@ std::string TRayQcwEngine::HandleLocked(const TRequest& request, std::string& lo
     const size_t checkAt = answer.size() - 4;
     answer[checkAt + 1] = static_cast<char>(static_cast<uint8_t>(answer[checkAt + 1]) ^ 0x5A);
   }
+  if (FReplyMode == TReplyMode::Garbage) {
+    // Bytes below 0x80 hold no 0xAA, so no frame header (AA 55) among them.
+    for (auto& byte : answer) {
+      FGarbageSeed = FGarbageSeed * 1103515245u + 12345u;
+      byte = static_cast<char>((FGarbageSeed >> 16) & 0x7F);
+    }
+    return answer;
+  }
   std::string sent = answer;
   if (FReplyMode == TReplyMode::Double) {
     const std::string& stale = FStaleAnswer[request.Cmd];
@@ -259,6 +267,17 @@ void TRayQcwEngine::SetResult(uint8_t cmd, uint8_t result) {
 void TRayQcwEngine::SetModeByte(uint8_t mode) {
   std::lock_guard lock(FMutex);
   FModeByte = mode;
+}
+
+void TRayQcwEngine::PowerCycle() {
+  std::lock_guard lock(FMutex);
+  FLaserOn = false;
+  FCtrlMode = 0;
+  FPower = 0;
+  FFreq = 0;
+  FRatio = 0;
+  FPulseWidth = 0;
+  FInput.clear();
 }
 
 void TRayQcwEngine::SetReplyMode(TReplyMode mode) {

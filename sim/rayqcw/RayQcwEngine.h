@@ -18,7 +18,8 @@
 //
 // Fault modes: CorruptCheck answers with a wrong check word; Double writes a stale answer in front of each answer,
 // both at once: the last answer to the same command before Double was switched on (or this one again); Silent
-// neither executes nor answers.
+// neither executes nor answers; Garbage executes and answers with as many bytes that hold no frame header (a noisy
+// line). PowerCycle() is a laser switched off and on again: laser off, control mode and pulse settings 0.
 //
 // Thread safety: every member may be called from any thread.
 #pragma once
@@ -37,7 +38,7 @@ namespace lasersim {
 
 class TRayQcwEngine {
  public:
-  enum class TReplyMode { Normal, CorruptCheck, Double, Silent };
+  enum class TReplyMode { Normal, CorruptCheck, Double, Silent, Garbage };
   // Called after each request with the command as logged and the bytes sent back (empty when none).
   using TTraceHook = std::function<void(const std::string& command, const std::string& reply)>;
 
@@ -69,6 +70,7 @@ class TRayQcwEngine {
 
   void SetReplyMode(TReplyMode mode);
   TReplyMode ReplyMode() const;
+  void PowerCycle();
   void SetTraceHook(TTraceHook hook);
 
   // ---- what the laser holds ----
@@ -116,6 +118,7 @@ class TRayQcwEngine {
   uint8_t FRatio = 0;
   uint16_t FPulseWidth = 0;
   size_t FCutFrames = 0;
+  uint32_t FGarbageSeed = 20240601;
 };
 
 }  // namespace lasersim

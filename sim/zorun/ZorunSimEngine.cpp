@@ -262,6 +262,11 @@ std::string TZorunSimEngine::Handle(const TFrameShape& shape, const TBytes& fram
       return {};
     }
   }
+  if (FReplyMode == TReplyMode::Silent) {
+    FLog.Add(hex);
+    traces.push_back({shape.Type, hex, {}});
+    return {};
+  }
   TFrame received{shape.Type, hex, std::nullopt};
   if (shape.ParamLen > 0) {
     int64_t value = 0;
@@ -298,6 +303,13 @@ std::string TZorunSimEngine::Handle(const TFrameShape& shape, const TBytes& fram
   FFrames.push_back(received);
   FLog.Add(hex);
   std::string reply = ReplyFor(shape.Type);
+  if (FReplyMode == TReplyMode::Garbage && !reply.empty()) {
+    // As long as the real reply, in bytes that no frame starts with.
+    for (auto& byte : reply) {
+      FGarbageSeed = FGarbageSeed * 1103515245u + 12345u;
+      byte = static_cast<char>(0x80 | ((FGarbageSeed >> 16) & 0x3F));
+    }
+  }
   traces.push_back({shape.Type, hex, reply.empty() ? std::string() : ZorunHex(TBytes(reply.begin(), reply.end()))});
   return reply;
 }
@@ -377,6 +389,13 @@ std::vector<TZorunSimEngine::TFrame> TZorunSimEngine::Frames() const {
   return FFrames;
 }
 
+void TZorunSimEngine::ClearLog() {
+  std::lock_guard lock(FMutex);
+  FFrames.clear();
+  FFrames.shrink_to_fit();
+  FLog.Clear();
+}
+
 size_t TZorunSimEngine::BadFrames() const {
   std::lock_guard lock(FMutex);
   return FBadFrames;
@@ -410,6 +429,23 @@ bool TZorunSimEngine::AimingOn() const {
 std::optional<int64_t> TZorunSimEngine::DiodeParameter() const {
   std::lock_guard lock(FMutex);
   return FDiode;
+}
+
+void TZorunSimEngine::SetReplyMode(TReplyMode mode) {
+  std::lock_guard lock(FMutex);
+  FReplyMode = mode;
+}
+
+TZorunSimEngine::TReplyMode TZorunSimEngine::ReplyMode() const {
+  std::lock_guard lock(FMutex);
+  return FReplyMode;
+}
+
+void TZorunSimEngine::PowerCycle() {
+  std::lock_guard lock(FMutex);
+  FEmission = false;
+  FAiming = false;
+  FDiode.reset();
 }
 
 void TZorunSimEngine::SetTraceHook(TTraceHook hook) {

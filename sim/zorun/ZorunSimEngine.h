@@ -14,6 +14,10 @@
 //   any other type  that type's reply pattern when the file has one (the alarm byte at its flag index, plus a CRC
 //                   when it declares one), else none.
 //
+// Fault modes: Silent logs every frame but neither executes nor answers it (a hung laser); Garbage executes and
+// answers with bytes that start no frame and carry no alarm byte (a laser whose line is noisy). PowerCycle() is a
+// laser that was switched off and on again: emission, aiming and the diode set are off, the alarm byte stays.
+//
 // Thread safety: every member may be called from any thread.
 #pragma once
 
@@ -32,6 +36,7 @@ namespace lasersim {
 class TZorunSimEngine {
  public:
   using TBytes = std::vector<uint8_t>;
+  enum class TReplyMode { Normal, Silent, Garbage };
   // Command types of the description file.
   enum : int {
     kInit = 0,
@@ -77,6 +82,8 @@ class TZorunSimEngine {
   const TCommandLog& Log() const { return FLog; }
   // Good frames by type, oldest first (the latest TCommandLog::kCapacity).
   std::vector<TFrame> Frames() const;
+  // Forgets the frames and the log received so far (a long run keeps its memory flat).
+  void ClearLog();
   size_t BadFrames() const;
   // The frame a template would accept for `parameter`, as the laser expects it (for tests and traces).
   std::optional<TBytes> ExpectedFrame(int type, int64_t parameter = 0) const;
@@ -93,6 +100,11 @@ class TZorunSimEngine {
   std::optional<int64_t> DiodeParameter() const;
 
   void SetTraceHook(TTraceHook hook);
+
+  void SetReplyMode(TReplyMode mode);
+  TReplyMode ReplyMode() const;
+  // The laser restarts: emission, aiming and the diode set are off.
+  void PowerCycle();
 
  private:
   struct TFrameShape;
@@ -120,6 +132,8 @@ class TZorunSimEngine {
   bool FAiming = false;
   std::optional<int64_t> FDiode;
   TTraceHook FTraceHook;
+  TReplyMode FReplyMode = TReplyMode::Normal;
+  uint32_t FGarbageSeed = 20240601;
 };
 
 // "5A A5 01": bytes as blank-separated upper-case hexadecimal pairs.

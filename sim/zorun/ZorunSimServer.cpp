@@ -6,7 +6,10 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <utility>
 #include <vector>
 
 #include "refhost/transport/Sockets.h"
@@ -55,11 +58,31 @@ refhost::TUniqueFd BindSocket(int type, const std::string& address, uint16_t por
 struct TClient {
   refhost::TUniqueFd Fd;
   TZorunSimEngine::TInput Input;
+  TReplyQueue Replies;
+};
+
+// A UDP reply held back by a slow line, with the sender it goes to.
+struct TDatagram {
+  TReplyQueue::Clock::time_point Due;
+  std::string Bytes;
+  sockaddr_storage To;
+  socklen_t ToLength;
 };
 
 }  // namespace
 
-TZorunSimServer::TZorunSimServer(TZorunSimEngine& engine) : FEngine(engine) {}
+TZorunSimServer::TZorunSimServer(TZorunSimEngine& engine, std::string ptyLinkPath)
+    : FEngine(engine), FTerminal(std::move(ptyLinkPath)) {}
+
+void TZorunSimServer::SetReplyShape(const TReplyShape& shape) {
+  std::lock_guard lock(FShapeMutex);
+  FShape = shape;
+}
+
+TReplyShape TZorunSimServer::ReplyShape() const {
+  std::lock_guard lock(FShapeMutex);
+  return FShape;
+}
 
 TZorunSimServer::~TZorunSimServer() { Stop(); }
 
@@ -100,10 +123,32 @@ void TZorunSimServer::Stop() {
 }
 
 void TZorunSimServer::Serve(TServiceThread& thread) {
+  using Clock = TReplyQueue::Clock;
   std::vector<TClient> clients;  // owned by this thread; closed when it ends
   TZorunSimEngine::TInput serial;
+  TReplyQueue serialReplies;
+  std::vector<TDatagram> datagrams;  // ordered by Due
   std::vector<pollfd> fds;
   std::string received;
+  // Sends `reply` at once when the line is not shaped and nothing waits before it, else queues it.
+  auto answer = [this](TReplyQueue& queue, std::string reply, int fd, int wakeFd, bool isSocket) {
+    const TReplyShape shape = ReplyShape();
+    if (!shape.Shaped() && queue.Empty()) return reply.empty() || WriteAll(fd, reply, wakeFd, isSocket);
+    queue.Add(std::move(reply), shape, Clock::now());
+    return true;
+  };
+  auto nextDueMs = [&] {
+    const auto now = Clock::now();
+    int next = serialReplies.NextDueMs(now);
+    auto sooner = [&next](int ms) {
+      if (ms >= 0 && (next < 0 || ms < next)) next = ms;
+    };
+    for (const auto& client : clients) sooner(client.Replies.NextDueMs(now));
+    if (!datagrams.empty())
+      sooner(static_cast<int>(
+          std::max<int64_t>(0, std::chrono::ceil<std::chrono::milliseconds>(datagrams.front().Due - now).count())));
+    return next;
+  };
   while (!thread.StopRequested()) {
     FOpen.store(clients.size(), std::memory_order_release);
     fds.assign({{thread.WakeFd(), POLLIN, 0},
@@ -111,7 +156,7 @@ void TZorunSimServer::Serve(TServiceThread& thread) {
                 {FListener.Get(), POLLIN, 0},
                 {FTerminal.MasterFd(), POLLIN, 0}});
     for (const auto& client : clients) fds.push_back({client.Fd.Get(), POLLIN, 0});
-    if (::poll(fds.data(), fds.size(), -1) < 0) {
+    if (::poll(fds.data(), fds.size(), nextDueMs()) < 0) {
       if (errno == EINTR) continue;
       break;
     }
@@ -124,35 +169,52 @@ void TZorunSimServer::Serve(TServiceThread& thread) {
       const ssize_t n =
           ::recvfrom(FUdp.Get(), datagram, sizeof datagram, 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
       if (n > 0) {
-        const std::string reply =
+        std::string reply =
             FEngine.FeedDatagram(std::string_view(reinterpret_cast<const char*>(datagram), static_cast<size_t>(n)));
-        if (!reply.empty())
+        const TReplyShape shape = ReplyShape();
+        if (!reply.empty() && shape.FirstByteDelay.count() == 0 && datagrams.empty()) {
           ::sendto(FUdp.Get(), reply.data(), reply.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&from),
                    fromLength);
+        } else if (!reply.empty()) {
+          datagrams.push_back({Clock::now() + shape.FirstByteDelay, std::move(reply), from, fromLength});
+        }
       }
+    }
+    while (!datagrams.empty() && datagrams.front().Due <= Clock::now()) {
+      const TDatagram& d = datagrams.front();
+      ::sendto(FUdp.Get(), d.Bytes.data(), d.Bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&d.To),
+               d.ToLength);
+      datagrams.erase(datagrams.begin());
     }
     if (fds[3].revents != 0) {
       received.clear();
       // The slave stays open on our side, so the master reports an end only when something is badly wrong.
-      if (ReadAvailable(FTerminal.MasterFd(), received) == TReadResult::Data) {
-        const std::string reply = FEngine.Feed(serial, received);
-        if (!reply.empty() && !WriteAll(FTerminal.MasterFd(), reply, thread.WakeFd(), false)) break;
-      }
+      if (ReadAvailable(FTerminal.MasterFd(), received) == TReadResult::Data &&
+          !answer(serialReplies, FEngine.Feed(serial, received), FTerminal.MasterFd(), thread.WakeFd(), false))
+        break;
+    }
+    if (FTerminal.IsOpen()) {
+      const std::string due = serialReplies.TakeDue(Clock::now());
+      if (!due.empty() && !WriteAll(FTerminal.MasterFd(), due, thread.WakeFd(), false)) break;
     }
     std::vector<TClient> open;
     for (size_t i = 0; i < clients.size(); ++i) {
+      TClient& client = clients[i];
       bool keep = true;
       if (fds[i + 4].revents != 0) {
         received.clear();
-        const TReadResult result = ReadAvailable(clients[i].Fd.Get(), received);
+        const TReadResult result = ReadAvailable(client.Fd.Get(), received);
         if (result == TReadResult::Closed) {
           keep = false;
         } else if (result == TReadResult::Data) {
-          const std::string reply = FEngine.Feed(clients[i].Input, received);
-          keep = reply.empty() || WriteAll(clients[i].Fd.Get(), reply, thread.WakeFd(), true);
+          keep = answer(client.Replies, FEngine.Feed(client.Input, received), client.Fd.Get(), thread.WakeFd(), true);
         }
       }
-      if (keep) open.push_back(std::move(clients[i]));
+      if (keep) {
+        const std::string due = client.Replies.TakeDue(Clock::now());
+        keep = due.empty() || WriteAll(client.Fd.Get(), due, thread.WakeFd(), true);
+      }
+      if (keep) open.push_back(std::move(client));
     }
     clients = std::move(open);
     if (fds[2].revents & POLLIN) {
@@ -161,7 +223,7 @@ void TZorunSimServer::Serve(TServiceThread& thread) {
       if (accepted.Valid() && clients.size() < kMaxClients) {
         const int on = 1;
         ::setsockopt(accepted.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        clients.push_back({std::move(accepted), {}});
+        clients.push_back({std::move(accepted), {}, {}});
       }
     }
   }

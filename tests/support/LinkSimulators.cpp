@@ -4,8 +4,10 @@
 
 #include "frame/HostServices.h"
 #include "refhost/RefApp.h"
+#include "sim/common/ReplyQueue.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
+#include "sim/ipg/IpgYlrStatus.h"
 #include "sim/ipg/IpgYlrTcpServer.h"
 #include "sim/raycus/RaycusEscEngine.h"
 #include "sim/raycus/RaycusPtyServer.h"
@@ -38,6 +40,16 @@ bool PointAtSerial(TLaserParams& params, const TSimSlot& slot, const std::string
   return true;
 }
 
+// How the faults that shape replies look on every simulator: a reply that starts a quarter of a second late (past
+// the short reply windows of setters and polls, within the second a read waits), or one that comes byte by byte.
+constexpr auto kSlowFirstByte = std::chrono::milliseconds(250);
+lasersim::TReplyShape ShapeOf(TPeerFault fault) {
+  lasersim::TReplyShape shape;
+  if (fault == TPeerFault::BytePieces) shape.PieceBytes = 1;
+  if (fault == TPeerFault::SlowFirstByte) shape.FirstByteDelay = kSlowFirstByte;
+  return shape;
+}
+
 // IPG YLR text commands, over TCP port 10001 and a serial line.
 class TIpgYlrSimulator final : public TLinkSimulator {
  public:
@@ -48,25 +60,49 @@ class TIpgYlrSimulator final : public TLinkSimulator {
       return true;
     }
     if (link == TLink::Serial) {
-      if (!FPty.Start()) return (error = FPty.LastError()), false;
-      return PointAtSerial(params, slot, FPty.SlavePath(), error);
+      if (!FPty) FPty = std::make_unique<lasersim::TIpgYlrPtyServer>(FEngine, FSerialLinkPath);
+      if (!FPty->Start()) return (error = FPty->LastError()), false;
+      return PointAtSerial(params, slot, FPty->PortPath(), error);
     }
     error = "the IPG YLR simulator speaks TCP and serial only";
     return false;
   }
   void Stop() override {
     FTcp.Stop();
-    FPty.Stop();
+    if (FPty) FPty->Stop();
   }
   size_t Received() const override { return FEngine.Log().Received(); }
   bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
     return FEngine.Log().WaitFor(command, timeout, times);
   }
+  bool SetPeerFault(TLink link, TPeerFault fault) override {
+    using Mode = lasersim::TIpgYlrEngine::TReplyMode;
+    FEngine.SetReplyMode(fault == TPeerFault::Silent    ? Mode::Silent
+                         : fault == TPeerFault::Garbage ? Mode::GarbageBytes
+                                                        : Mode::Normal);
+    const auto shape = ShapeOf(fault);
+    if (link == TLink::Tcp) {
+      lasersim::TIpgYlrTcpServer::TLinkShape tcpShape;
+      tcpShape.ReplyDelay = shape.FirstByteDelay;
+      tcpShape.PieceBytes = shape.PieceBytes;
+      tcpShape.PieceGap = shape.PieceGap;
+      FTcp.SetLinkShape(tcpShape);
+    } else if (FPty) {
+      FPty->SetReplyShape(shape);
+    }
+    return true;
+  }
+  void PowerCycle() override { FEngine.PowerCycle(); }
+  bool Emitting() const override { return (FEngine.StatusWord() & lasersim::ipgylr::kEmission) != 0; }
+  std::string EmissionOnCommand() const override { return "EMON"; }
+  std::string EmissionOffCommand() const override { return "EMOFF"; }
+  size_t Count(const std::string& command) const override { return FEngine.Log().Count(command); }
+  void ClearLog() override { FEngine.Log().Clear(); }
 
  private:
   lasersim::TIpgYlrEngine FEngine;
   lasersim::TIpgYlrTcpServer FTcp{FEngine};
-  lasersim::TIpgYlrPtyServer FPty{FEngine};
+  std::unique_ptr<lasersim::TIpgYlrPtyServer> FPty;  // made at the first serial start, with the slot's link path
 };
 
 // Raycus QCW frames over a serial line.
@@ -77,18 +113,36 @@ class TRayQcwSimulator final : public TLinkSimulator {
       error = "the Raycus QCW simulator speaks serial only";
       return false;
     }
-    if (!FPty.Start()) return (error = FPty.LastError()), false;
-    return PointAtSerial(params, slot, FPty.PortPath(), error);
+    if (!FPty) FPty = std::make_unique<lasersim::TRayQcwPtyServer>(FEngine, FSerialLinkPath);
+    if (!FPty->Start()) return (error = FPty->LastError()), false;
+    return PointAtSerial(params, slot, FPty->PortPath(), error);
   }
-  void Stop() override { FPty.Stop(); }
+  void Stop() override {
+    if (FPty) FPty->Stop();
+  }
   size_t Received() const override { return FEngine.Log().Received(); }
   bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
     return FEngine.Log().WaitFor(command, timeout, times);
   }
+  bool SetPeerFault(TLink, TPeerFault fault) override {
+    using Mode = lasersim::TRayQcwEngine::TReplyMode;
+    FEngine.SetReplyMode(fault == TPeerFault::Silent    ? Mode::Silent
+                         : fault == TPeerFault::Garbage ? Mode::Garbage
+                                                        : Mode::Normal);
+    if (FPty) FPty->SetReplyShape(ShapeOf(fault));
+    return true;
+  }
+  void PowerCycle() override { FEngine.PowerCycle(); }
+  // The laser's output stage; emission itself follows the modulation input.
+  bool Emitting() const override { return FEngine.LaserOn(); }
+  std::string EmissionOnCommand() const override { return "LaserOn"; }
+  std::string EmissionOffCommand() const override { return "LaserOff"; }
+  size_t Count(const std::string& command) const override { return FEngine.Log().Count(command); }
+  void ClearLog() override { FEngine.Log().Clear(); }
 
  private:
   lasersim::TRayQcwEngine FEngine;
-  lasersim::TRayQcwPtyServer FPty{FEngine};
+  std::unique_ptr<lasersim::TRayQcwPtyServer> FPty;
 };
 
 // Raycus ESC commands over a serial line.
@@ -99,50 +153,101 @@ class TRaycusEscSimulator final : public TLinkSimulator {
       error = "the Raycus ESC simulator speaks serial only";
       return false;
     }
-    if (!FPty.Start()) return (error = FPty.LastError()), false;
-    return PointAtSerial(params, slot, FPty.PortPath(), error);
+    if (!FPty) FPty = std::make_unique<lasersim::TRaycusPtyServer>(FEngine, FSerialLinkPath);
+    if (!FPty->Start()) return (error = FPty->LastError()), false;
+    return PointAtSerial(params, slot, FPty->PortPath(), error);
   }
-  void Stop() override { FPty.Stop(); }
+  void Stop() override {
+    if (FPty) FPty->Stop();
+  }
   size_t Received() const override { return FEngine.Received(); }
   bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
     return FEngine.WaitFor(command, timeout, times);
   }
+  bool SetPeerFault(TLink, TPeerFault fault) override {
+    using Mode = lasersim::TRaycusEscEngine::TReplyMode;
+    FEngine.SetReplyMode(fault == TPeerFault::Silent    ? Mode::Silent
+                         : fault == TPeerFault::Garbage ? Mode::Garbage
+                                                        : Mode::AlwaysTS);
+    if (FPty) FPty->SetReplyShape(ShapeOf(fault));
+    return true;
+  }
+  void PowerCycle() override { FEngine.PowerCycle(); }
+  bool Emitting() const override { return FEngine.State().EmissionOn; }
+  std::string EmissionOnCommand() const override { return "\x1BO\r"; }
+  std::string EmissionOffCommand() const override { return "\x1BS\r"; }
+  size_t Count(const std::string& command) const override { return FEngine.Count(command); }
+  void ClearLog() override { FEngine.ClearLog(); }
 
  private:
   lasersim::TRaycusEscEngine FEngine;
-  lasersim::TRaycusPtyServer FPty{FEngine};
+  std::unique_ptr<lasersim::TRaycusPtyServer> FPty;
 };
 
 // The own-brand laser over UDP, TCP and a serial line. Its protocol is a description file beside the host's
 // executable: the simulator writes one to a folder of its own and makes that the reference host's folder, and
-// answers by the same file.
+// answers by the same file. A restart serves the same ports again, as a laser keeps its address.
 class TZorunSimulator final : public TLinkSimulator {
  public:
   bool Start(TLink link, const TSimSlot& slot, TLaserParams& params, std::string& error) override {
     auto* app = dynamic_cast<refhost::TRefApp*>(devlaser::Host());
     if (app == nullptr) return (error = "the own-brand laser needs the reference host for its description"), false;
-    FHostDir.Write("ZorunLaser.json", TZorunDescriptionText{}.Text());
+    if (!FLoaded) {
+      FHostDir.Write("ZorunLaser.json", TZorunDescriptionText{}.Text());
+      if (!FEngine.Load(FHostDir / "ZorunLaser.json", 0, error)) return false;
+      FLoaded = true;
+    }
     app->SetExeDir(FHostDir.Path());
-    if (!FEngine.Load(FHostDir / "ZorunLaser.json", 0, error)) return false;
     lasersim::TZorunSimLinks links;
     if (link == TLink::Udp) links.UdpAddress = slot.Address;
     if (link == TLink::Tcp) links.TcpAddress = slot.Address;
+    links.UdpPort = FUdpPort;
+    links.TcpPort = FTcpPort;
     links.Pty = link == TLink::Serial;
-    if (!FServer.Start(links)) return (error = FServer.LastError()), false;
-    if (link == TLink::Udp) PointAtNetwork(params, devlaser::dttNetUDP, slot.Address, FServer.UdpPort());
-    if (link == TLink::Tcp) PointAtNetwork(params, devlaser::dttNetTcp, slot.Address, FServer.TcpPort());
-    return link != TLink::Serial || PointAtSerial(params, slot, FServer.SlavePath(), error);
+    if (!FServer) FServer = std::make_unique<lasersim::TZorunSimServer>(FEngine, FSerialLinkPath);
+    if (!FServer->Start(links)) return (error = FServer->LastError()), false;
+    FUdpPort = FServer->UdpPort();
+    FTcpPort = FServer->TcpPort();
+    if (link == TLink::Udp) PointAtNetwork(params, devlaser::dttNetUDP, slot.Address, FUdpPort);
+    if (link == TLink::Tcp) PointAtNetwork(params, devlaser::dttNetTcp, slot.Address, FTcpPort);
+    return link != TLink::Serial || PointAtSerial(params, slot, FServer->PortPath(), error);
   }
-  void Stop() override { FServer.Stop(); }
+  void Stop() override {
+    if (FServer) FServer->Stop();
+  }
   size_t Received() const override { return FEngine.Log().Received(); }
   bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times) const override {
     return FEngine.Log().WaitFor(command, timeout, times);
   }
+  bool SetPeerFault(TLink link, TPeerFault fault) override {
+    // A datagram arrives whole or not at all: there are no pieces to cut it into.
+    if (link == TLink::Udp && fault == TPeerFault::BytePieces) return false;
+    using Mode = lasersim::TZorunSimEngine::TReplyMode;
+    FEngine.SetReplyMode(fault == TPeerFault::Silent    ? Mode::Silent
+                         : fault == TPeerFault::Garbage ? Mode::Garbage
+                                                        : Mode::Normal);
+    if (FServer) FServer->SetReplyShape(ShapeOf(fault));
+    return true;
+  }
+  void PowerCycle() override { FEngine.PowerCycle(); }
+  bool Emitting() const override { return FEngine.EmissionOn(); }
+  std::string EmissionOnCommand() const override { return FrameText(lasersim::TZorunSimEngine::kEmissionOn); }
+  std::string EmissionOffCommand() const override { return FrameText(lasersim::TZorunSimEngine::kEmissionOff); }
+  size_t Count(const std::string& command) const override { return FEngine.Log().Count(command); }
+  void ClearLog() override { FEngine.ClearLog(); }
 
  private:
+  std::string FrameText(int type) const {
+    const auto frame = FEngine.ExpectedFrame(type);
+    return frame ? lasersim::ZorunHex(*frame) : std::string();
+  }
+
   TScratchDir FHostDir;
   lasersim::TZorunSimEngine FEngine;
-  lasersim::TZorunSimServer FServer{FEngine};
+  std::unique_ptr<lasersim::TZorunSimServer> FServer;  // made at the first start, with the slot's link path
+  bool FLoaded = false;
+  uint16_t FUdpPort = 0;
+  uint16_t FTcpPort = 0;
 };
 
 // An IPG laser slave on the host's simulated EtherCAT bus; what it receives are the controller's writes to its
@@ -178,6 +283,22 @@ class TIpgEcatSimulator final : public TLinkSimulator {
 };
 
 }  // namespace
+
+const char* PeerFaultName(TPeerFault fault) {
+  switch (fault) {
+    case TPeerFault::None:
+      return "None";
+    case TPeerFault::Silent:
+      return "Silent";
+    case TPeerFault::Garbage:
+      return "Garbage";
+    case TPeerFault::BytePieces:
+      return "BytePieces";
+    case TPeerFault::SlowFirstByte:
+      return "SlowFirstByte";
+  }
+  return "?";
+}
 
 const char* LinkName(TLink link) {
   switch (link) {

@@ -19,6 +19,11 @@ namespace testsupport {
 enum class TLink { None, Tcp, Udp, Serial, Ethercat };
 const char* LinkName(TLink link);
 
+// What the far end of a link can do wrong while it stays reachable: never answer, answer junk, answer in pieces of
+// one byte, or answer late.
+enum class TPeerFault { None, Silent, Garbage, BytePieces, SlowFirstByte };
+const char* PeerFaultName(TPeerFault fault);
+
 // Where a simulator serves, chosen by the test so that parallel tests never share an address or a port number.
 struct TSimSlot {
   std::string Address;     // a loopback address (127.0.0.N) for TCP and UDP
@@ -39,6 +44,28 @@ class TLinkSimulator {
   virtual size_t Received() const = 0;
   // Whether `command` arrives (again) within `timeout`; frames of binary protocols may match on their name.
   virtual bool WaitFor(const std::string& command, std::chrono::milliseconds timeout, size_t times = 1) const = 0;
+
+  // ---- fault injection (a simulator without it keeps these defaults) ----
+  // Before the first Start on a serial line: the pseudo-terminal is also reachable under `path`, which a restart
+  // keeps, and the laser's port number maps to it (a serial adapter unplugged and plugged in again). Without it a
+  // restart makes a new device, to which the port number is pointed again.
+  virtual void SetSerialLinkPath(const std::string& path) { FSerialLinkPath = path; }
+  // Switches `fault` on at the far end (None: back to normal); false when this simulator cannot show it on `link`.
+  virtual bool SetPeerFault(TLink /*link*/, TPeerFault fault) { return fault == TPeerFault::None; }
+  // The simulated laser is switched off and on again: emission off, its settings back to their defaults.
+  virtual void PowerCycle() {}
+  // Whether the simulated laser emits now.
+  virtual bool Emitting() const { return false; }
+  // The emission-on command as the log shows it, for WaitFor() and Count(); empty when unknown.
+  virtual std::string EmissionOnCommand() const { return {}; }
+  virtual std::string EmissionOffCommand() const { return {}; }
+  // How often `command` has arrived since the log was last cleared.
+  virtual size_t Count(const std::string& /*command*/) const { return 0; }
+  // Forgets the commands received so far, so that a long run keeps its memory flat. Received() may count anew.
+  virtual void ClearLog() {}
+
+ protected:
+  std::string FSerialLinkPath;
 };
 
 struct TSimFamily {
