@@ -12,7 +12,7 @@ TEST(RaycusLaserctlTest, ExampleConfigurationSwitchesEmissionAndCurrentOnTheSimu
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto lines = laserctltest::JsonLines(run.Out);
   ASSERT_FALSE(lines.empty()) << run.Out;
-  const auto& status = lines.back();
+  const auto& status = lines.back()["status"];
   EXPECT_EQ(status.value("LaserType", ""), "Ray-CW") << status.dump();
   EXPECT_TRUE(status.value("IsEmissionOn", false)) << status.dump();
   EXPECT_DOUBLE_EQ(status.value("DiodeCurrent", 0.0), 60.0);
