@@ -19,6 +19,7 @@ TEST(RaycusLaserctlTest, ExampleConfigurationSwitchesEmissionAndCurrentOnTheSimu
   // The simulated laser's log: emission on and 60 % (0x3C) reached the line.
   EXPECT_NE(run.Err.find("<- 1B 4F 0D"), std::string::npos) << run.Err;
   EXPECT_NE(run.Err.find("<- 1B 43 50 3C 0D"), std::string::npos) << run.Err;
+  EXPECT_EQ(run.Err.find("Trace IO"), std::string::npos) << "the link's traffic only with --trace-io\n" << run.Err;
 }
 
 }  // namespace
