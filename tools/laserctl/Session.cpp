@@ -38,6 +38,8 @@ TSession::~TSession() { TearDown(); }
 
 void TSession::Report(int msgType, const std::string& text) { FApp.LogMsg(text, msgType, kCategory); }
 
+bool TSession::OperatorReadsChinese() const { return EnvironmentAsksForChinese() && FOptions.LocaleFile.empty(); }
+
 int TSession::Run() {
   // Every word is checked before anything is loaded or switched: one mistake and nothing runs.
   const TCommandList commands = ParseCommands(FOptions.Words);
@@ -258,7 +260,7 @@ bool TSession::ReportModelFallback() {
   for (const auto& registration : query->Registrations())
     if (!registration.ModelKey.empty() && registration.ModelKey.find(model) != std::string::npos) return false;
   Report(nchost::msgtype::kWarning,
-         EnvironmentAsksForChinese() && FOptions.LocaleFile.empty()
+         OperatorReadsChinese()
              ? "未知的激光器型号 \"" + model + "\"，使用默认激光器（laserctl --list-models 列出所有型号）"
              : "unknown laser model \"" + model +
                    "\": the default laser is used instead (laserctl --list-models lists the models)");
@@ -287,7 +289,7 @@ bool TSession::AwaitLink() {
     return true;
   }
   // Named in the operator's language; the reasons are the system's own texts.
-  const bool chinese = EnvironmentAsksForChinese() && FOptions.LocaleFile.empty();
+  const bool chinese = OperatorReadsChinese();
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%g", FOptions.LinkWaitSeconds);
   std::string text;

@@ -57,6 +57,8 @@ class TSession {
   void TearDown();
 
   void Report(int msgType, const std::string& text);
+  // laserctl's own operator messages are Chinese when the environment asks for it and no --locale decides.
+  bool OperatorReadsChinese() const;
 
   const TOptions FOptions;
   TPrinter FPrinter;
