@@ -28,15 +28,16 @@ constexpr const char* kFooter = R"(Commands, run in order after the options:
 
 Every option, command word and value is checked before the laser is created: a mistake is reported with its
 position and the nearest command, and nothing runs.
-The exit status is 0 when every command ran, 1 when one was rejected or failed, the model fell back to the
-default laser or the laser's link never came up, 2 when nothing could run (a bad option, word or file), 130 when Ctrl-C stopped the commands
-(the laser is still switched off and destroyed). Every line on standard error starts with the time.
-Without --config or --params the default laser is created. Ctrl-C stops the commands; the laser is still
-switched off and destroyed.
+The exit status is 0 when every command ran; 1 when one was rejected or failed, the model fell back to the
+default laser or the laser's link never came up; 2 when nothing could run (a bad option, word or file); 130 when
+Ctrl-C stopped the run (the laser is still switched off and destroyed). Every line on standard error starts with
+the time. Without --config or --params the default laser is created.
 
 A laser with a serial, TCP or UDP link must answer on it within --link-wait seconds (default 5) before the
 commands run; the wait ends at its first answer. A link that never came up (nothing listening, no such serial
 device, no reply) is named on standard error, no command runs and the exit status is 1.
+--trace-io shows that link's traffic as the transport sends (->) and receives (<-) it, one line per chunk:
+  2026-11-24 01:08:27.993 [comm] Trace IO: TCP 127.0.0.1:10001 -> 4 bytes: 44 45 43 0D  "DEC\r"
 
 With --json, standard output has one JSON object per line, each with "t" (seconds since the commands started,
 to the millisecond) and "cmd" (the command it comes from):
