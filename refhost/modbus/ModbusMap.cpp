@@ -136,7 +136,9 @@ class TMapReader {
   }
 
   void CheckKeys(const TJson& entry, const std::string& where, std::initializer_list<const char*> known) const {
-    for (const auto& [key, value] : entry.items()) {
+    for (const auto& item : entry.items()) {
+      // A named reference, not a structured binding: clang before 16 cannot capture a binding in a lambda.
+      const std::string& key = item.key();
       if (std::none_of(known.begin(), known.end(), [&](const char* k) { return key == k; })) {
         std::string list;
         for (const char* k : known) list += std::string(list.empty() ? "" : ", ") + "\"" + k + "\"";
