@@ -19,6 +19,9 @@ template <class... F>
 struct TOverload : F... {
   using F::operator()...;
 };
+// Spelled out for clang before 17, which does not deduce an aggregate's template arguments by itself.
+template <class... F>
+TOverload(F...) -> TOverload<F...>;
 
 bool WholeNumberIn(const json& value, int64_t low, int64_t high, int64_t& out) {
   if (value.is_number_unsigned()) {
