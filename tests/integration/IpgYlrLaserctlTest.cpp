@@ -15,7 +15,7 @@ TEST(IpgYlrLaserctlTest, ExampleConfigurationSwitchesEmissionAndCurrentOnTheSimu
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto lines = laserctltest::JsonLines(run.Out);
   ASSERT_FALSE(lines.empty()) << run.Out;
-  const auto& status = lines.front();
+  const auto& status = lines.front()["status"];
   EXPECT_TRUE(status.value("IsEmissionOn", false)) << status.dump();
   EXPECT_DOUBLE_EQ(status.value("DiodeCurrent", 0.0), 40.0);
   EXPECT_EQ(status.value("StateBit", -1), 0x1004);  // emission (bit 2) and modulation (bit 12) of a CW laser

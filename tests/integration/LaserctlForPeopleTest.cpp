@@ -102,7 +102,8 @@ TEST(LaserctlForPeopleTest, WatchPrintsTheStateOnceAndThenOnlyChanges) {
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto lines = JsonLines(run.Out);
   ASSERT_GE(lines.size(), 2u) << run.Out;
-  EXPECT_EQ(lines[0]["IsEmissionOn"], false) << "the state first";
+  EXPECT_EQ(lines[0]["cmd"], "watch") << lines[0].dump();
+  EXPECT_EQ(lines[0]["status"]["IsEmissionOn"], false) << "the state first";
   int emissionChanges = 0;
   for (size_t i = 1; i < lines.size(); ++i) {
     EXPECT_EQ(lines[i]["cmd"], "watch") << "only changes after the first state: " << lines[i].dump();

@@ -15,15 +15,26 @@ using namespace laserctltest;
 constexpr const char* kReadyThenGateParams = R"({"Model": "Default", "LaserMainType": "eltOther",
   "DefParams": {"CtrlPort": 6}, "CfgOther": {"ShutterReady": 5, "ShutterReadyDelay": 300}})";
 
-TEST(LaserctlTest, StatusWithoutConfigurationShowsTheDefaultLasersKeys) {
-  const auto run = RunLaserctl({"--json", "status"});
+// Every JSON line says which command printed it and when; status lines carry the information source's object.
+TEST(LaserctlTest, JsonLinesSayWhatTheyAreAndWhen) {
+  const auto run = RunLaserctl({"--json", "status", "exec", "99", "wait", "200", "alarms", "status"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
   const auto lines = JsonLines(run.Out);
-  ASSERT_EQ(lines.size(), 1u) << run.Out;
+  std::vector<std::string> cmds;  // each command once, in order (alarms prints one line per alarm)
+  for (const auto& line : lines) {
+    if (cmds.empty() || cmds.back() != line.value("cmd", "")) cmds.push_back(line.value("cmd", ""));
+    EXPECT_TRUE(line["t"].is_number()) << line.dump();
+  }
+  ASSERT_EQ(cmds, (std::vector<std::string>{"status", "exec", "alarms", "status"})) << run.Out;
+  EXPECT_GE(lines.back()["t"].get<double>() - lines[0]["t"].get<double>(), 0.2) << "t follows the commands' time";
+  EXPECT_EQ(lines[1]["number"], 99);
+  EXPECT_TRUE(lines[1].contains("result")) << lines[1].dump();
+  EXPECT_TRUE(lines[2].contains("id") && lines[2].contains("raised")) << lines[2].dump();
+  const auto& status = lines[0]["status"];
   for (const char* key : {"Version", "LaserType", "DiodeCurrent", "PwmFreq", "PwmRatio", "IsAimingOn", "IsEmissionOn",
                           "IsLaserOn", "IsQCW"})
-    EXPECT_TRUE(lines[0].contains(key)) << key << " missing in " << lines[0].dump();
-  EXPECT_EQ(lines[0]["LaserType"], "Default");
+    EXPECT_TRUE(status.contains(key)) << key << " missing in " << lines[0].dump();
+  EXPECT_EQ(status["LaserType"], "Default");
 }
 
 TEST(LaserctlTest, EmissionReadsOnOnlyAfterTheReadyDelayAndTheOutputsSwitchInSequenceOrder) {
@@ -33,7 +44,7 @@ TEST(LaserctlTest, EmissionReadsOnOnlyAfterTheReadyDelayAndTheOutputsSwitchInSeq
   // sequence ample time even on a loaded machine.
   const auto run = RunLaserctl({"--json", "--params", params, "emission-on", "status", "wait", "1200", "status"});
   ASSERT_EQ(run.ExitStatus, 0) << run.Err;
-  const auto statuses = JsonLines(run.Out);
+  const auto statuses = Statuses(JsonLines(run.Out));
   ASSERT_EQ(statuses.size(), 2u) << run.Out;
   EXPECT_EQ(statuses[0]["IsEmissionOn"], false) << "emission must read off while the sequence runs";
   EXPECT_EQ(statuses[1]["IsEmissionOn"], true) << "emission must read on once the sequence finished";

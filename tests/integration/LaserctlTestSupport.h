@@ -101,4 +101,12 @@ inline std::vector<nlohmann::json> JsonLines(const std::string& text) {
   return objects;
 }
 
+// The information source's objects that the status command printed, in order.
+inline std::vector<nlohmann::json> Statuses(const std::vector<nlohmann::json>& lines) {
+  std::vector<nlohmann::json> statuses;
+  for (const auto& line : lines)
+    if (line.value("cmd", "") == "status") statuses.push_back(line.value("status", nlohmann::json()));
+  return statuses;
+}
+
 }  // namespace laserctltest

@@ -16,7 +16,7 @@ TEST(RayQcwLaserctlTest, ExampleConfigurationRunsOnTheSimulatedLaser) {
   EXPECT_NE(run.Err.find("simulated Raycus QCW laser on serial port 3"), std::string::npos) << run.Err;
   const auto lines = laserctltest::JsonLines(run.Out);
   ASSERT_FALSE(lines.empty()) << run.Out;
-  const auto& status = lines.front();
+  const auto& status = lines.front()["status"];
   EXPECT_TRUE(status.value("IsQCW", false)) << status.dump();
   EXPECT_DOUBLE_EQ(status.value("DiodeCurrent", 0.0), 50.0) << status.dump();
 

@@ -28,17 +28,26 @@ constexpr const char* kFooter = R"(Commands, run in order after the options:
 
 Every option, command word and value is checked before the laser is created: a mistake is reported with its
 position and the nearest command, and nothing runs.
-The exit status is 0 when every command ran, 1 when one was rejected or failed or the model fell back to the
-default laser, 2 when nothing could run (a bad option, word or file), 130 when Ctrl-C stopped the commands
-(the laser is still switched off and destroyed). Every line on standard error starts with the time.
-Without --config or --params the default laser is created. Ctrl-C stops the commands; the laser is still
-switched off and destroyed.
+The exit status is 0 when every command ran; 1 when one was rejected or failed, the model fell back to the
+default laser or the laser's link never came up; 2 when nothing could run (a bad option, word or file); 130 when
+Ctrl-C stopped the run (the laser is still switched off and destroyed). Every line on standard error starts with
+the time. Without --config or --params the default laser is created.
 
-With --json, status prints the information source's object as it is, alarms one object per alarm
-({"id": 3, "raised": true, "desc": "..."}), exec {"cmd": N, "result": R}, watch's changes
-{"t": 1.0, "cmd": "watch", "key": "IsEmissionOn", "before": false, "after": true} and
-{"t": 2.0, "cmd": "watch", "alarm": 5, "raised": true, "desc": "..."} (t: seconds since the commands started);
-messages go to stderr as JSON lines.
+A laser with a serial, TCP or UDP link must answer on it within --link-wait seconds (default 5) before the
+commands run; the wait ends at its first answer. A link that never came up (nothing listening, no such serial
+device, no reply) is named on standard error, no command runs and the exit status is 1.
+--trace-io shows that link's traffic as the transport sends (->) and receives (<-) it, one line per chunk:
+  2026-11-24 01:08:27.993 [comm] Trace IO: TCP 127.0.0.1:10001 -> 4 bytes: 44 45 43 0D  "DEC\r"
+
+With --json, standard output has one JSON object per line, each with "t" (seconds since the commands started,
+to the millisecond) and "cmd" (the command it comes from):
+  {"t": 0.4, "cmd": "status", "status": {"LaserType": "Default", "IsEmissionOn": false, ...}}
+  {"t": 0.5, "cmd": "alarms", "id": 3, "raised": true, "desc": "..."}          one line per alarm
+  {"t": 0.6, "cmd": "exec", "number": 5, "param": 0.0, "result": 1}
+  {"t": 0.7, "cmd": "watch", "status": {...}}                                  the state when watch starts,
+  {"t": 0.7, "cmd": "watch", "alarm": 5, "raised": true, "desc": "..."}        then what changes:
+  {"t": 1.7, "cmd": "watch", "key": "IsEmissionOn", "before": false, "after": true}
+Commands without a result print nothing. Messages go to standard error as JSON lines with "time" (local time).
 
 Example: the default laser with a ready output 5 held 300 ms before the emission gate 6, the diode current on
 DA port 1201 (DA 1):
@@ -117,6 +126,15 @@ std::optional<int> ParseCommandLine(int argc, char** argv, TOptions& options) {
       ->type_name("FLAGS");
   app.add_flag("--json", options.Json, "One JSON object per line on stdout");
   app.add_flag("--debug", options.Debug, "Debug traces: the laser's debug mode, traces, the parameters used");
+  app.add_flag("--trace-io", options.TraceIo,
+               "Every chunk the laser's serial, TCP or UDP link sends (->) or receives (<-) on standard error: the "
+               "link, the byte count, the bytes in hex and as text (control bytes escaped: \\r, \\xNN)");
+  app.add_option("--link-wait", options.LinkWaitSeconds,
+                 "How long a laser with a serial, TCP or UDP link may take to answer first, before the commands "
+                 "(default 5; 0: no wait, the commands run whatever the link does); a link that stays silent that long "
+                 "ends the run with exit status 1")
+      ->check(CLI::Range(0.0, 3600.0))
+      ->type_name("SECONDS");
   app.add_flag("--version", options.Version, "The versions of laserctl, the host interfaces and the plug-in");
   app.add_flag("--list-models", options.ListModels,
                "Every laser registration of the plug-in: model key, family, sub-types, class, links, simulator");

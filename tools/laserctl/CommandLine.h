@@ -37,6 +37,8 @@ struct TOptions {
   bool Sim = false;
   bool Json = false;
   bool Debug = false;
+  bool TraceIo = false;            // --trace-io: every chunk of the laser link's traffic on standard error
+  double LinkWaitSeconds = 5.0;    // --link-wait: how long the laser's link may take to answer first
   bool Version = false;            // print the versions and stop
   bool ListModels = false;         // list the plug-in's laser registrations and stop
   std::vector<std::string> Words;  // the command words, unparsed

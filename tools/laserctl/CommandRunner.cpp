@@ -76,7 +76,7 @@ void TCommandRunner::Execute(const TCommand& command) {
       return;
     case TCommandKind::Exec: {
       const auto cmd = static_cast<int32_t>(command.Number);
-      FPrinter.Exec(cmd, FLaser.ExecuteCmd(cmd, command.Value));
+      FPrinter.Exec(cmd, command.Value, FLaser.ExecuteCmd(cmd, command.Value));
       return;
     }
     case TCommandKind::Status:
@@ -97,7 +97,7 @@ bool TCommandRunner::Status() {
   if (!source) return false;
   const auto object = refhost::CreateJsonObject();
   source->ReadAllData(*object);
-  FPrinter.Status(object->AsJson());
+  FPrinter.Status("status", object->AsJson());
   return true;
 }
 
@@ -128,14 +128,12 @@ void TCommandRunner::Watch(int64_t seconds) {
     const std::string statusText = object->AsJson();
     FLaser.UpdateAlarms(FAlarms);
     if (second == 0) {
-      FPrinter.Status(statusText);
+      FPrinter.Status("watch", statusText);
       lastStatus = nlohmann::json::parse(statusText, nullptr, false);
-      std::vector<TAlarmLine> raised;
       for (const auto& alarm : FAlarms.Alarms()) {
         lastRaised[alarm.Id] = alarm.Raised;
-        if (alarm.Raised) raised.push_back({alarm.Id, true, FLaser.GetAlarmDesc(alarm.Id)});
+        if (alarm.Raised) FPrinter.AlarmChange({alarm.Id, true, FLaser.GetAlarmDesc(alarm.Id)});
       }
-      if (!raised.empty()) FPrinter.Alarms(raised);
       continue;
     }
     const nlohmann::json status = nlohmann::json::parse(statusText, nullptr, false);

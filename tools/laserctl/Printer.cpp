@@ -9,12 +9,23 @@ void TPrinter::Command(const std::string& text) {
   if (!FJson) Line(Stamp() + " " + text);
 }
 
-void TPrinter::Status(const std::string& json) { Line(FJson ? json : Stamp() + " status " + json); }
+void TPrinter::Status(const char* cmd, const std::string& json) {
+  if (!FJson) {
+    Line(Stamp() + " " + cmd + " " + json);
+    return;
+  }
+  nlohmann::ordered_json line = {{"t", Seconds()}, {"cmd", cmd}};
+  // Parsed in order, so that the members keep the order the information source wrote them in.
+  auto status = nlohmann::ordered_json::parse(json, nullptr, false);
+  line["status"] = status.is_discarded() ? nlohmann::ordered_json(json) : std::move(status);
+  Line(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
 
 void TPrinter::Alarms(const std::vector<TAlarmLine>& alarms) {
   if (FJson) {
     for (const auto& alarm : alarms) {
-      nlohmann::ordered_json line = {{"id", alarm.Id}, {"raised", alarm.Raised}, {"desc", alarm.Desc}};
+      nlohmann::ordered_json line = {
+          {"t", Seconds()}, {"cmd", "alarms"}, {"id", alarm.Id}, {"raised", alarm.Raised}, {"desc", alarm.Desc}};
       Line(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     }
     return;
@@ -27,12 +38,14 @@ void TPrinter::Alarms(const std::vector<TAlarmLine>& alarms) {
     Line(Stamp() + " alarm " + std::to_string(alarm.Id) + (alarm.Raised ? " RAISED: " : " clear: ") + alarm.Desc);
 }
 
-void TPrinter::Exec(int32_t cmd, int32_t result) {
+void TPrinter::Exec(int32_t number, double param, int32_t result) {
   if (FJson) {
-    Line(nlohmann::ordered_json{{"cmd", cmd}, {"result", result}}.dump());
+    Line(nlohmann::ordered_json{
+        {"t", Seconds()}, {"cmd", "exec"}, {"number", number}, {"param", param}, {"result", result}}
+             .dump());
     return;
   }
-  Line(Stamp() + " exec " + std::to_string(cmd) + " -> " + std::to_string(result));
+  Line(Stamp() + " exec " + std::to_string(number) + " -> " + std::to_string(result));
 }
 
 void TPrinter::StatusChange(const std::string& key, const std::string& before, const std::string& after) {
@@ -57,7 +70,8 @@ void TPrinter::AlarmChange(const TAlarmLine& alarm) {
 }
 
 double TPrinter::Seconds() const {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - FStart).count();
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - FStart);
+  return static_cast<double>(ms.count()) / 1000.0;
 }
 
 void TPrinter::Line(const std::string& text) {

@@ -1,5 +1,7 @@
 #include "Session.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 
@@ -10,6 +12,7 @@
 #include "LogSinks.h"
 #include "ParamsJson.h"
 #include "SimTarget.h"
+#include "WatchedTransports.h"
 #include "host/HostDefs.h"
 #include "refhost/IniLocaleResource.h"
 
@@ -35,6 +38,8 @@ TSession::~TSession() { TearDown(); }
 
 void TSession::Report(int msgType, const std::string& text) { FApp.LogMsg(text, msgType, kCategory); }
 
+bool TSession::OperatorReadsChinese() const { return EnvironmentAsksForChinese() && FOptions.LocaleFile.empty(); }
+
 int TSession::Run() {
   // Every word is checked before anything is loaded or switched: one mistake and nothing runs.
   const TCommandList commands = ParseCommands(FOptions.Words);
@@ -57,7 +62,11 @@ bool TSession::SetUpHost() {
       return false;
     }
   }
-  FApp.SetTransports(FTransports);
+  TLinkWatch::TTrace trace;
+  if (FOptions.TraceIo)
+    trace = [this](const std::string& line) { FApp.LogMsg(line, nchost::msgtype::kCommLog, "Trace IO"); };
+  FLinkWatch = std::make_shared<TLinkWatch>(std::move(trace));
+  FApp.SetTransports(std::make_shared<TWatchedTransports>(FTransports, FLinkWatch));
   if (!FOptions.HostDir.empty()) FApp.SetExeDir(FOptions.HostDir);
 
   if (FOptions.Io != kSimIo) return SetUpModbusIo();
@@ -140,6 +149,7 @@ int TSession::RunWithPlugin(const TCommandList& commands) {
   if (FOptions.Debug) Report(nchost::msgtype::kTrace, "parameters used: " + ParamsToJson(FUsedParams));
   if (FOptions.Sim) CheckSimulatorMatches();
   const bool fellBack = ReportModelFallback();
+  if (!AwaitLink()) return FStop.Stopped() ? kExitInterrupted : kExitCommandFailed;
   FLaser->RegisterAlarms(FAlarms);
   const bool allRan = RunCommands(commands);
   if (FStop.Stopped()) return kExitInterrupted;
@@ -250,11 +260,50 @@ bool TSession::ReportModelFallback() {
   for (const auto& registration : query->Registrations())
     if (!registration.ModelKey.empty() && registration.ModelKey.find(model) != std::string::npos) return false;
   Report(nchost::msgtype::kWarning,
-         EnvironmentAsksForChinese() && FOptions.LocaleFile.empty()
+         OperatorReadsChinese()
              ? "未知的激光器型号 \"" + model + "\"，使用默认激光器（laserctl --list-models 列出所有型号）"
              : "unknown laser model \"" + model +
                    "\": the default laser is used instead (laserctl --list-models lists the models)");
   return true;
+}
+
+bool TSession::AwaitLink() {
+  if (!FLinkWatch->HasLinks() || FOptions.LinkWaitSeconds <= 0) return true;
+  const auto start = std::chrono::steady_clock::now();
+  const auto deadline = start + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                    std::chrono::duration<double>(FOptions.LinkWaitSeconds));
+  // Stop signals are taken between short waits: the link's first answer ends the wait at once, Ctrl-C within
+  // a tenth of a second.
+  while (!FLinkWatch->Up()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0) break;
+    if (FLinkWatch->WaitUp(std::min(left, std::chrono::milliseconds(100)))) break;
+    if (FStop.Poll()) {
+      Report(nchost::msgtype::kInformation, "stopped by a signal; the laser is switched off and destroyed");
+      return false;
+    }
+  }
+  if (FLinkWatch->Up()) {
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    Report(nchost::msgtype::kTrace, "the laser answered on its link after " + std::to_string(ms.count()) + " ms");
+    return true;
+  }
+  // Named in the operator's language; the reasons are the system's own texts.
+  const bool chinese = OperatorReadsChinese();
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%g", FOptions.LinkWaitSeconds);
+  std::string text;
+  for (const auto& link : FLinkWatch->Links()) {
+    const std::string why = !link.Failure.empty() ? link.Failure
+                            : chinese             ? "已打开，但激光器无应答"
+                                                  : "open, but the laser never answered";
+    text += (text.empty() ? "" : "; ") +
+            (chinese ? "激光器的通信链路 " + link.Name + " 在 " + seconds + " 秒内未建立（" + why + "）"
+                     : "the laser's link " + link.Name + " never came up within " + seconds + " s (" + why + ")");
+  }
+  Report(nchost::msgtype::kError,
+         text + (chinese ? "；命令未执行，激光器已关闭" : "; no command ran, the laser is switched off"));
+  return false;
 }
 
 bool TSession::RunCommands(const TCommandList& commands) {

@@ -11,6 +11,7 @@
 #include "Commands.h"
 #include "EcatBusSim.h"
 #include "LaserSimulator.h"
+#include "LinkWatch.h"
 #include "PluginLibrary.h"
 #include "Printer.h"
 #include "StopSignals.h"
@@ -48,10 +49,16 @@ class TSession {
   void CheckSimulatorMatches();
   // Warns, and returns true, when the configured model selected no family and the default laser was built.
   bool ReportModelFallback();
+  // Waits, within --link-wait, for the laser to answer on the link it opened; false (reported) when it never did
+  // or a stop signal came. A laser that opened no link (hard-wired) passes at once, and so does any laser with
+  // --link-wait 0.
+  bool AwaitLink();
   bool RunCommands(const TCommandList& commands);
   void TearDown();
 
   void Report(int msgType, const std::string& text);
+  // laserctl's own operator messages are Chinese when the environment asks for it and no --locale decides.
+  bool OperatorReadsChinese() const;
 
   const TOptions FOptions;
   TPrinter FPrinter;
@@ -59,6 +66,7 @@ class TSession {
   std::shared_ptr<refhost::TMessageSink> FSink;
   refhost::TRefApp FApp;
   std::shared_ptr<refhost::TPosixTransports> FTransports;
+  std::shared_ptr<TLinkWatch> FLinkWatch;  // sees every link the laser opens through the host's transports
   std::shared_ptr<refhost::TSimCtrlExtIO> FIO;
   std::shared_ptr<refhost::TModbusCtrlExtIO> FModbusIO;  // --io modbus-tcp://...: the laser's IO instead of FIO
 
