@@ -186,7 +186,8 @@ class LaserConformance : public testing::TLaserHostFixture, public ::testing::Wi
     auto laser = CreateLaser(FParams, FIO);
     EXPECT_TRUE(laser);
     if (laser) {
-      const std::string built = typeid(*laser).name();
+      const TNcLaser& object = *laser;
+      const std::string built = typeid(object).name();
       EXPECT_NE(built.find(GetParam().ClassName), std::string::npos)
           << "the factory built " << built << ": "
           << ::testing::PrintToString(FSink->Texts(refhost::TEntryKind::Message));

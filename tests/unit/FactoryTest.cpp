@@ -71,7 +71,9 @@ class FactoryTest : public testing::TLaserHostFixture {
 };
 
 std::type_index TypeOf(const std::shared_ptr<TNcLaser>& laser) {
-  return laser ? std::type_index(typeid(*laser)) : std::type_index(typeid(void));
+  if (!laser) return std::type_index(typeid(void));
+  const TNcLaser& object = *laser;
+  return std::type_index(typeid(object));
 }
 
 // ---- every configuration rule creates the class the registry names ------------------------------------------------

@@ -210,7 +210,8 @@ TEST_F(ZorunDescriptionFileTest, ABadFileNamesItselfAndItsEntryAndGivesTheDefaul
     FSink->Clear();
     auto laser = CreateLaser(&FConfig, FIO, nullptr);
     ASSERT_NE(laser, nullptr);
-    EXPECT_EQ(typeid(*laser), typeid(TDefaultLaser));
+    const TNcLaser& object = *laser;
+    EXPECT_EQ(typeid(object), typeid(TDefaultLaser));
     std::vector<std::string> errors;
     for (const auto& e : FSink->Entries(TEntryKind::Message))
       if (e.Type == nchost::msgtype::kError) errors.push_back(e.Text);
