@@ -122,6 +122,33 @@ class TYlrRig {
   std::shared_ptr<devlaser::TNcLaser> FHeld;
 };
 
+// A Raycus QCW laser created through the factory on a pseudo-terminal under `link`, with its first status in.
+class TQcwRig {
+ public:
+  explicit TQcwRig(const std::string& link) : FPty(Engine, link) {
+    FPty.Start();
+    FLibrary = std::make_unique<TLoadedLibrary>(link);
+    FHeld = devlaser::CreateLaser(QcwParams(), FLibrary->IO);
+    Laser = dynamic_cast<devlaser::TRayQCWLaser*>(FHeld.get());
+    if (Laser != nullptr &&
+        !WaitUntil([&] { return !Laser->Driver()->GetAlarmBytes().empty(); }, std::chrono::seconds(5)))
+      Laser = nullptr;
+  }
+  ~TQcwRig() {
+    devlaser::DestroyLaser();
+    FHeld.reset();
+    FLibrary.reset();
+    FPty.Stop();
+  }
+  lasersim::TRayQcwEngine Engine;
+  devlaser::TRayQCWLaser* Laser = nullptr;
+
+ private:
+  lasersim::TRayQcwPtyServer FPty;
+  std::unique_ptr<TLoadedLibrary> FLibrary;
+  std::shared_ptr<devlaser::TNcLaser> FHeld;
+};
+
 enum class TLinkHealth { Healthy, Slow, Dead };
 
 // One round of a host's polling: each query timed on its own.
@@ -209,26 +236,18 @@ void BM_LinkHealthQcwDestroySilent(benchmark::State& state) {
   const std::string link = (std::filesystem::temp_directory_path() / "devlaser-bench-ttyQCW-destroy").string();
   double worst = 0;
   for (auto _ : state) {
-    lasersim::TRayQcwEngine engine;
-    lasersim::TRayQcwPtyServer pty(engine, link);
-    pty.Start();
-    TLoadedLibrary library(link);
-    auto held = devlaser::CreateLaser(QcwParams(), library.IO);
-    auto* laser = dynamic_cast<devlaser::TRayQCWLaser*>(held.get());
-    if (laser == nullptr ||
-        !WaitUntil([&] { return !laser->Driver()->GetAlarmBytes().empty(); }, std::chrono::seconds(5))) {
+    TQcwRig rig(link);
+    if (rig.Laser == nullptr) {
       state.SkipWithError("the QCW laser did not come up on its simulator");
       return;
     }
-    engine.SetReplyMode(lasersim::TRayQcwEngine::TReplyMode::Silent);
+    rig.Engine.SetReplyMode(lasersim::TRayQcwEngine::TReplyMode::Silent);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     const auto begin = Clock::now();
     devlaser::DestroyLaser();
     const auto destroyed = Clock::now();
     worst = std::max(worst, Millis(destroyed - begin));
     state.SetIterationTime(std::chrono::duration<double>(destroyed - begin).count());
-    held.reset();
-    pty.Stop();
   }
   state.counters["worst_destroy_ms"] = worst;
 }
@@ -270,22 +289,12 @@ BENCHMARK(BM_LinkHealthYlrIdleCpu)
 
 void BM_LinkHealthQcwIdleCpu(benchmark::State& state) {
   const std::string link = (std::filesystem::temp_directory_path() / "devlaser-bench-ttyQCW-idle").string();
-  lasersim::TRayQcwEngine engine;
-  lasersim::TRayQcwPtyServer pty(engine, link);
-  pty.Start();
-  {
-    TLoadedLibrary library(link);
-    auto held = devlaser::CreateLaser(QcwParams(), library.IO);
-    auto* laser = dynamic_cast<devlaser::TRayQCWLaser*>(held.get());
-    if (laser == nullptr ||
-        !WaitUntil([&] { return !laser->Driver()->GetAlarmBytes().empty(); }, std::chrono::seconds(5))) {
-      state.SkipWithError("the QCW laser did not come up on its simulator");
-    } else {
-      ReportIdleShare(state, devlaser::TRayQCWDriver::kThreadName);
-    }
-    devlaser::DestroyLaser();
+  TQcwRig rig(link);
+  if (rig.Laser == nullptr) {
+    state.SkipWithError("the QCW laser did not come up on its simulator");
+    return;
   }
-  pty.Stop();
+  ReportIdleShare(state, devlaser::TRayQCWDriver::kThreadName);
 }
 BENCHMARK(BM_LinkHealthQcwIdleCpu)
     ->Name("LinkHealth/QcwIdleCpu")
