@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "bench/BenchSupport.h"
+#include "bench/IpgYlrBenchParams.h"
 #include "ipg/IpgYlr2Laser.h"
 #include "ipg/IpgYlrDriver.h"
 #include "raycus/RayQcwDriver.h"
@@ -75,18 +76,6 @@ class TLoadedLibrary {
   refhost::TRefApp FApp;
 };
 
-devlaser::TLaserParams YlrParams() {
-  devlaser::TLaserParams params;
-  params.Model = "YLR";
-  params.LaserMainType = devlaser::eltIPG;
-  params.LaserSubType = 3;
-  params.DefParams.DataTransType = devlaser::dttNetTcp;
-  params.DefParams.Net.TcpHost = kYlrAddress;
-  params.DefParams.DiodeSetTimeOut = 1000;
-  params.DefParams.Comm.IgnoreCommResult = false;
-  return params;
-}
-
 devlaser::TLaserParams QcwParams() {
   devlaser::TLaserParams params;
   params.Model = "Raycus";
@@ -102,7 +91,7 @@ class TYlrRig {
  public:
   TYlrRig() {
     if (!FLibrary.Loaded || !FServer.Start(kYlrAddress)) return;
-    FHeld = devlaser::CreateLaser(YlrParams(), FLibrary.IO);
+    FHeld = devlaser::CreateLaser(bench::YlrOverTcpParams(kYlrAddress), FLibrary.IO);
     Laser = dynamic_cast<devlaser::TIPGYLR2Laser*>(FHeld.get());
     if (Laser != nullptr && !WaitUntil([&] { return Laser->Driver()->IsConnectedOk(); }, std::chrono::seconds(10)))
       Laser = nullptr;

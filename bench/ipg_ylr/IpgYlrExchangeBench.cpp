@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/IpgYlrBenchParams.h"
 #include "frame/HostServices.h"
 #include "ipg/IpgYlr2Laser.h"
 #include "refhost/RefApp.h"
@@ -74,19 +75,6 @@ class TArrivals {
   std::map<std::string, Clock::time_point> FLast;
 };
 
-devlaser::TLaserParams YlrParams(const char* address) {
-  devlaser::TLaserParams params;
-  params.Model = "YLR";
-  params.LaserMainType = devlaser::eltIPG;
-  params.LaserSubType = 3;
-  params.DefParams.DataTransType = devlaser::dttNetTcp;
-  params.DefParams.Net.TcpHost = address;
-  params.DefParams.DiodeSetTimeOut = 1000;
-  params.DefParams.PWM.DiodeCurrent = 30;
-  params.DefParams.Comm.IgnoreCommResult = false;
-  return params;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,7 +97,7 @@ int main(int argc, char** argv) {
   }
 
   {
-    auto created = devlaser::CreateLaser(YlrParams(kLaserAddress), io);
+    auto created = devlaser::CreateLaser(bench::YlrOverTcpParams(kLaserAddress), io);
     auto* laser = dynamic_cast<devlaser::TIPGYLR2Laser*>(created.get());
     if (laser == nullptr) {
       std::fprintf(stderr, "the configuration did not give an IPG YLR2 laser\n");
@@ -154,7 +142,7 @@ int main(int argc, char** argv) {
 
   std::vector<double> absent;
   for (int i = 0; i < std::max(10, rounds / 10); ++i) {
-    absent.push_back(Timed([&] { devlaser::CreateLaser(YlrParams(kAbsentAddress), io); }));
+    absent.push_back(Timed([&] { devlaser::CreateLaser(bench::YlrOverTcpParams(kAbsentAddress), io); }));
     devlaser::DestroyLaser();
   }
   Report("CreateLaser, nothing listening", absent);
