@@ -3,7 +3,6 @@
 // pseudo-terminal, until SIGINT or SIGTERM.
 //
 //   ipgsim --tcp 127.0.0.1:10001 --pty --verbose
-#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -15,6 +14,7 @@
 
 #include "sim/common/HostPort.h"
 #include "sim/common/PrintableBytes.h"
+#include "sim/common/StopSignals.h"
 #include "sim/ipg/IpgYlrEngine.h"
 #include "sim/ipg/IpgYlrPtyServer.h"
 #include "sim/ipg/IpgYlrStatus.h"
@@ -106,12 +106,7 @@ int main(int argc, char** argv) {
     });
   }
 
-  // The servers' threads inherit this mask, so the signals reach only the sigwait below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const lasersim::TStopSignals stopSignals;  // before any server starts
 
   lasersim::TIpgYlrTcpServer tcpServer(engine);
   lasersim::TIpgYlrPtyServer ptyServer(engine);
@@ -133,8 +128,7 @@ int main(int argc, char** argv) {
     }
   }
 
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  stopSignals.Wait();
   ptyServer.Stop();
   tcpServer.Stop();
   std::cout << "ipgsim: stopped" << std::endl;

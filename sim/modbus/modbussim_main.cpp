@@ -3,7 +3,6 @@
 // start, and runs until SIGINT or SIGTERM.
 //
 //   modbussim --listen 127.0.0.1:1502 --input 3=1 --input-register 0=4500
-#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/common/StopSignals.h"
 #include "sim/modbus/ModbusModuleSim.h"
 
 namespace {
@@ -87,12 +87,7 @@ int main(int argc, char** argv) {
               << std::endl;
   });
 
-  // The serving thread inherits this mask, so the signals reach only the sigwait below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const lasersim::TStopSignals stopSignals;  // before any server starts
 
   std::string error;
   if (!module.Start(host, port, error)) {
@@ -100,8 +95,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::cout << "modbussim: listening on " << host << ':' << module.Port() << std::endl;
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  stopSignals.Wait();
   module.Stop();
   std::cout << "modbussim: stopped" << std::endl;
   return 0;

@@ -2,13 +2,13 @@
 // takes the ESC commands on a pseudo-terminal until SIGINT or SIGTERM and prints what it received, with times.
 //
 //   raycussim --link /tmp/raycus0 --reply first --verbose
-#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <mutex>
 #include <string>
 
+#include "sim/common/StopSignals.h"
 #include "sim/raycus/RaycusEscEngine.h"
 #include "sim/raycus/RaycusPtyServer.h"
 #include "sim/raycus/RaycusSimText.h"
@@ -43,12 +43,7 @@ int main(int argc, char** argv) {
     });
   }
 
-  // The server's thread inherits this mask, so the signals reach only the sigwait below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const lasersim::TStopSignals stopSignals;  // before any server starts
 
   lasersim::TRaycusPtyServer server(engine, link);
   {
@@ -61,8 +56,7 @@ int main(int argc, char** argv) {
               << std::endl;
   }
 
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  stopSignals.Wait();
   server.Stop();
   std::cout << "raycussim: stopped" << std::endl;
   return 0;

@@ -2,7 +2,6 @@
 // protocol on a pseudo-terminal until SIGINT or SIGTERM and prints the device to open as the serial port.
 //
 //   rayqcwsim --id RFL-QCW450 --modules 2 --alarm 1:4 --verbose
-#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -11,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/common/StopSignals.h"
 #include "sim/rayqcw/RayQcwEngine.h"
 #include "sim/rayqcw/RayQcwPtyServer.h"
 
@@ -96,12 +96,7 @@ int main(int argc, char** argv) {
     });
   }
 
-  // The server's thread inherits this mask, so the signals reach only the sigwait below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const lasersim::TStopSignals stopSignals;  // before any server starts
 
   lasersim::TRayQcwPtyServer server(engine, link);
   {
@@ -112,8 +107,7 @@ int main(int argc, char** argv) {
     }
     std::cout << "rayqcwsim: serial port " << server.PortPath() << std::endl;
   }
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  stopSignals.Wait();
   server.Stop();
   std::cout << "rayqcwsim: stopped" << std::endl;
   return 0;

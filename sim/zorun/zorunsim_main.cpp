@@ -2,7 +2,6 @@
 // of a laser element of the description file on UDP, TCP and/or a pseudo-terminal until SIGINT or SIGTERM.
 //
 //   zorunsim --file examples/ZorunLaser.json --udp 127.0.0.1:10001 --pty --alarms 20 --verbose
-#include <signal.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "sim/common/HostPort.h"
+#include "sim/common/StopSignals.h"
 #include "sim/zorun/ZorunSimEngine.h"
 #include "sim/zorun/ZorunSimServer.h"
 
@@ -75,12 +75,7 @@ int main(int argc, char** argv) {
     });
   }
 
-  // The server's thread inherits this mask, so the signals reach only the sigwait below.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const lasersim::TStopSignals stopSignals;  // before any server starts
 
   lasersim::TZorunSimServer server(engine);
   {
@@ -96,8 +91,7 @@ int main(int argc, char** argv) {
     std::cout << std::flush;
   }
 
-  int received = 0;
-  sigwait(&stopSignals, &received);
+  stopSignals.Wait();
   server.Stop();
   std::cout << "zorunsim: stopped" << std::endl;
   return 0;
